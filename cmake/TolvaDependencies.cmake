@@ -1,0 +1,15 @@
+# SPDX-License-Identifier: Apache-2.0
+# The system libraries, and the proof that SQLite knows what the system's SQL relies on.
+
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(SQLite3 3.37 REQUIRED)
+find_package(ICU 70 REQUIRED COMPONENTS i18n uc)
+find_package(Boost 1.81 REQUIRED COMPONENTS json)
+find_package(fmt 9 REQUIRED)
+pkg_check_modules(sodium REQUIRED IMPORTED_TARGET libsodium)
+if(TOLVA_BUILD_THUMBNAILER)
+  pkg_check_modules(pangocairo REQUIRED IMPORTED_TARGET pangocairo)
+endif()
+
+include(TolvaProbeSQLite)

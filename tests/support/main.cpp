@@ -1,0 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <gtest/gtest.h>
+
+#include <clocale>
+
+/// Runs the tests under the locale of the environment, as a desktop program that uses the library would.
+int main(int count, char** arguments) {
+  std::setlocale(LC_ALL, "");
+  testing::InitGoogleTest(&count, arguments);
+  return RUN_ALL_TESTS();
+}
