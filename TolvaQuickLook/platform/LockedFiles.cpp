@@ -1,0 +1,70 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "platform/LockedFiles.hpp"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <map>
+#include <vector>
+
+#include "platform/ThreadSafety.hpp"
+
+namespace tolva {
+namespace {
+
+struct HeldFile {
+  int holds = 0;
+  std::vector<int> parked;  // descriptors whose close waits for the last hold
+};
+
+struct Registry {
+  Mutex lock;
+  std::map<FileNode, HeldFile> files GUARDED_BY(lock);
+};
+
+/// Never destroyed: a static object of the host may close its files after ours are gone.
+Registry& registry() {
+  static Registry& only = *new Registry;
+  return only;
+}
+
+}  // namespace
+
+void LockedFiles::hold(FileNode file) {
+  Registry& all = registry();
+  MutexLock const locked(all.lock);
+  ++all.files[file].holds;
+}
+
+void LockedFiles::letGo(FileNode file) noexcept {
+  Registry& all = registry();
+  MutexLock const locked(all.lock);
+  auto const held = all.files.find(file);
+  if (held == all.files.end() || --held->second.holds > 0) return;
+  for (int const descriptor : held->second.parked) ::close(descriptor);
+  all.files.erase(held);
+}
+
+void LockedFiles::close(int descriptor) noexcept {
+  int const reason = errno;
+  Registry& all = registry();
+  {
+    MutexLock const locked(all.lock);
+    struct stat status {};
+    bool const regular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+    auto const held = regular ? all.files.find({status.st_dev, status.st_ino}) : all.files.end();
+    if (held == all.files.end()) {
+      ::close(descriptor);
+    } else {
+      try {
+        held->second.parked.push_back(descriptor);
+      } catch (...) {
+        // Without memory to park it the descriptor stays open for good: one number lost, no lock.
+      }
+    }
+  }
+  errno = reason;
+}
+
+}  // namespace tolva

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include "platform/Export.hpp"
+#include "platform/FileIdentity.hpp"
+
+namespace tolva {
+
+/// The files of this process that SQLite has open, so that nobody drops SQLite's locks on them.
+///
+/// A POSIX lock belongs to a process and an inode, and close() of any descriptor of that inode drops it
+/// (https://sqlite.org/howtocorrupt.html, 2.2): a moment later another process writes into our transaction.
+/// Any thread: one plain lock, under which both the decision and the close happen, so that no hold slips in between.
+class TOLVA_EXPORT LockedFiles {
+ public:
+  /// Called before SQLite opens a file, and counted: each connection holds for itself.
+  static void hold(FileNode file);
+
+  /// Called when SQLite has closed it. With the last hold the descriptors that were parked meanwhile are closed.
+  static void letGo(FileNode file) noexcept;
+
+  /// Closes `descriptor`, or parks it while its file is held. One of anything but a regular file is closed at once.
+  static void close(int descriptor) noexcept;
+};
+
+}  // namespace tolva

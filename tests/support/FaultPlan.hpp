@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <string>
+
+namespace tolva {
+
+/// Which of the counted calls is harmed, and how. A value.
+struct Fault {
+  long at = 0;           // counted from 1; 0 harms none
+  int error = 0;         // the errno that it fails with; 0 kills the process instead
+  bool lasting = false;  // whether all later ones fail as well
+};
+
+/// Where a call acts: at an open folder, AT_FDCWD included, and a path.
+struct CallPlace {
+  int folder;
+  char const* path;
+};
+
+/// What the process's file calls do at this moment, shared by the injector and the calls themselves.
+///
+/// The questions may come from any thread at any time, before main and in a forked child: they take no lock and no
+/// memory. Arming and disarming is for one thread.
+namespace faultPlan {
+
+void arm(std::string const& folder, Fault fault);  // `folder` is a real path; aborts if one is armed already
+void disarm();
+long calls();
+std::string trace();  // the names of the calls, in order, with blanks between
+
+/// Whether the call is to fail now; `errno` is set then. Counts it if it acts below the folder.
+bool strikes(char const* call, int descriptor) noexcept;
+bool strikes(char const* call, CallPlace place) noexcept;
+bool strikes(char const* call, CallPlace from, CallPlace to) noexcept;
+bool strikesRemoval(char const* call, CallPlace place) noexcept;  // a full disk lets these through
+
+}  // namespace faultPlan
+}  // namespace tolva
