@@ -10,6 +10,7 @@ set(DOXYGEN_WARN_AS_ERROR FAIL_ON_WARNINGS)
 set(DOXYGEN_EXTRACT_ALL YES)  # a member without a comment is one whose declaration says all
 set(DOXYGEN_WARN_IF_UNDOCUMENTED NO)
 set(DOXYGEN_JAVADOC_AUTOBRIEF YES)
+set(DOXYGEN_BUILTIN_STL_SUPPORT YES)  # or it finds no scope for a specialisation of std::hash
 set(DOXYGEN_QUIET YES)
 set(DOXYGEN_HAVE_DOT NO)
 set(DOXYGEN_GENERATE_LATEX NO)
