@@ -44,8 +44,8 @@ class TOLVA_EXPORT SQLiteValue {
   SQLiteValue() : payload_(Null{}) {}
   SQLiteValue(Null) : payload_(Null{}) {}
   template <std::integral Integer>
-    requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>)
-  SQLiteValue(Integer value) : payload_(std::int64_t{value}) {}
+  requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>) SQLiteValue(Integer value)
+      : payload_(std::int64_t{value}) {}
   SQLiteValue(double value) : payload_(value) {}
   SQLiteValue(std::string text) : payload_(std::move(text)) {}
   SQLiteValue(std::string_view text) : payload_(std::string(text)) {}

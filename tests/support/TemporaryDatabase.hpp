@@ -2,26 +2,21 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
 #include <string>
 
+#include "support/RowsAsText.hpp"
 #include "support/TemporaryFolder.hpp"
 
-struct sqlite3;
-
 namespace tolva {
-
-/// The result of `sql` as one text, "1|a\n2|b": a NULL as NULL, a blob as x'00ff', everything else as SQLite turns it
-/// into text; of several statements all rows, one after the other. Opens the file anew and closes it again, which
-/// recovers it after a crash as any program would. Throws `DatabaseError` with the extended code.
-std::string rowsAsText(std::filesystem::path const& database, std::string const& sql);
-
-/// The same on a connection that is open already.
-std::string rowsAsText(sqlite3* connection, std::string const& sql);
 
 /// A database file, made with nothing but SQLite's own interface.
 class TemporaryDatabase {
  public:
   TemporaryDatabase(TemporaryFolder const& folder, std::string const& name, std::string const& sql);
+
+  /// In a folder of its own.
+  explicit TemporaryDatabase(std::string const& sql);
 
   std::filesystem::path const& path() const { return path_; }
 
@@ -31,6 +26,7 @@ class TemporaryDatabase {
   std::string rows(std::string const& sql) const { return rowsAsText(path_, sql); }
 
  private:
+  std::unique_ptr<TemporaryFolder> const own_;
   std::filesystem::path const path_;
 };
 

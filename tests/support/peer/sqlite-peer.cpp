@@ -11,7 +11,7 @@
 #include <string>
 
 #include "core/DatabaseError.hpp"
-#include "support/TemporaryDatabase.hpp"
+#include "support/RowsAsText.hpp"
 
 namespace {
 

@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "core/CancellationHandle.hpp"
+#include "core/DatabaseError.hpp"
+#include "core/DatabaseObject.hpp"
+#include "core/StructureDetails.hpp"
+#include "core/TableSchema.hpp"
+#include "platform/Export.hpp"
+#include "platform/Turn.hpp"
+
+namespace tolva {
+
+class SQLiteConnection;
+
+/// The read service of one open database.
+///
+/// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs. Operations on a closed reader
+/// throw "No database is open."; SQLite's failures pass through as `DatabaseError`. Opening a file and reading its
+/// schema may take `MemoryBudget::ordinary`.
+class TOLVA_EXPORT DatabaseReader {
+ public:
+  DatabaseReader();
+  ~DatabaseReader();
+  DatabaseReader(DatabaseReader const&) = delete;
+  DatabaseReader& operator=(DatabaseReader const&) = delete;
+
+  /// The handle of the reader's connection, the same for the reader's whole life.
+  std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
+
+  // Opening ------------------------------------------------------------------------------------
+
+  /// Opens the file read-only and lists its objects. A database that was open before is closed first, and stays closed
+  /// when the new one cannot be opened or has no readable schema.
+  std::vector<DatabaseObject> open(std::filesystem::path const& database, std::stop_token task);
+
+  void close();
+
+  // Schema -------------------------------------------------------------------------------------
+
+  /// The tables and views, without SQLite's own, by name ignoring case. Forgets the schemas read so far: call it when
+  /// the file is known to have changed.
+  std::vector<DatabaseObject> objects();
+
+  /// The columns and the row identity of one object; read once, then remembered by the object's name. An object that
+  /// has since gone has no columns.
+  TableSchema schema(DatabaseObject const& object);
+
+  /// Indexes, foreign keys and triggers of one table, for display.
+  StructureDetails structure(TableSchema const& schema);
+
+  // Preview ------------------------------------------------------------------------------------
+
+  /// The summary of a database file as plain text. Opens the file on its own: the reader's open database plays no part.
+  /// Reading takes at most 2 seconds, then fails as cancelled. A failure to read the file's size and date is the
+  /// system's own `std::filesystem::filesystem_error`.
+  std::string preview(std::filesystem::path const& database, std::stop_token task);
+
+ private:
+  SQLiteConnection& db() const REQUIRES(turns_);
+  std::vector<DatabaseObject> readObjects() REQUIRES(turns_);
+  void forget() REQUIRES(turns_);
+
+  mutable TurnQueue turns_;
+  std::shared_ptr<CancellationHandle> const cancellation_;
+  std::shared_ptr<SQLiteConnection> connection_ GUARDED_BY(turns_);
+  std::map<std::string, TableSchema> schemas_ GUARDED_BY(turns_);  // by object name
+};
+
+}  // namespace tolva

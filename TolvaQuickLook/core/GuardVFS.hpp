@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+namespace tolva {
+
+/// The layer between SQLite and the files (https://sqlite.org/vfs.html) that keeps a hostile folder from reaching other
+/// files through a database.
+///
+/// - A database is a regular file: a FIFO or a device would hang the open.
+/// - A companion (`-journal`, `-wal`, `-shm`) that is already there is a regular file of one name: a link would let a
+///   planted companion read or overwrite what it points to.
+/// - Only companions of a database that is open, and SQLite's own super-journals, are deleted: a journal names the
+///   super-journal to delete, and a planted one can name any file.
+/// - The inode of every open database is held in `LockedFiles` until its last close, so that no reader of the same file
+///   drops SQLite's locks.
+///
+/// What is refused reads as SQLite's own "unable to open database file" (14) or "disk I/O error" (2570).
+class GuardVFS {
+ public:
+  /// The name under which an open asks for it. It is never the default.
+  static constexpr char const* name = "tolva";
+
+  /// Registers it over the default VFS; called once, by `SQLiteLibrary`.
+  static void install();
+};
+
+}  // namespace tolva

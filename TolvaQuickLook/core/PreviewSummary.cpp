@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/PreviewSummary.hpp"
+
+#include <utility>
+
+#include "platform/DateText.hpp"
+#include "platform/FileSizeText.hpp"
+
+namespace tolva {
+namespace {
+
+std::string joined(std::vector<std::string> const& names) {
+  std::string lines;
+  for (std::string const& name : names) {
+    if (&name != &names.front()) lines += '\n';
+    lines += name;
+  }
+  return lines;
+}
+
+}  // namespace
+
+std::string PreviewSummary::text() const {
+  std::string text = fileName + "\nSQLite Database\n\n";
+  text += std::to_string(tables) + " tables · ";
+  text += std::to_string(views) + " views · ";
+  text += std::to_string(indexes) + " indexes\n";
+  text += fileSizeText(fileSize);
+  text += "\n\nTABLES\n" + joined(names);
+  if (std::cmp_less(names.size(), tables)) text += "\n…";
+  return text += "\n\nModified " + (modified ? dateText(*modified) : "Unknown");
+}
+
+}  // namespace tolva

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/SQLiteConnection.hpp"
+
+#include <sqlite3.h>
+
+#include "core/GuardVFS.hpp"
+#include "core/ManagedSnapshots.hpp"
+#include "core/SQLiteLibrary.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "platform/UTF8.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr int busyTimeout = 1200;  // milliseconds
+
+int openFlags(OpenOptions const& options) {
+  int flags = SQLITE_OPEN_FULLMUTEX | (options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
+  if (options.create && !options.readOnly) flags |= SQLITE_OPEN_CREATE;
+  if (options.allowURI) flags |= SQLITE_OPEN_URI;
+  return flags;
+}
+
+/// The name for SQLite. An absolute path is never read as a URI, which a library built with URI names on would do with
+/// "file:...", nor as the private temporary database that an empty name means.
+std::string databaseName(std::filesystem::path const& path, OpenOptions const& options) {
+  if (options.inMemory) return ":memory:";
+  return path.is_absolute() ? path.string() : (std::filesystem::current_path() / path).string();
+}
+
+/// Opens the handle, or throws with its message and leaves nothing behind.
+sqlite3* openHandle(std::string const& name, int flags) {
+  sqlite3* db = nullptr;
+  int const opened = sqlite3_open_v2(name.c_str(), &db, flags, GuardVFS::name);
+  if (opened == SQLITE_OK && db) return db;
+  std::string const detail = db ? repairUTF8(sqlite3_errmsg(db)) : "Unable to open database";
+  sqlite3_close(db);
+  throw DatabaseError(detail, opened);
+}
+
+}  // namespace
+
+std::shared_ptr<SQLiteConnection> SQLiteConnection::open(std::filesystem::path const& path, OpenOptions options,
+                                                         std::shared_ptr<CancellationHandle> cancellation) {
+  SQLiteLibrary::prepare();
+  if (!options.readOnly && !options.allowSnapshotWrite && isManagedSnapshot(path)) {
+    throw DatabaseError("Historical snapshots cannot be modified.", SQLITE_READONLY);
+  }
+  sqlite3* const db = openHandle(databaseName(path, options), openFlags(options));
+  std::shared_ptr<SQLiteConnection> connection(new SQLiteConnection(db, std::move(cancellation), options.readOnly));
+  connection->configure();
+  return connection;
+}
+
+SQLiteConnection::SQLiteConnection(sqlite3* db, std::shared_ptr<CancellationHandle> cancellation, bool readOnly)
+    : db_(db), cancellation_(std::move(cancellation)), readOnly_(readOnly) {
+  cancellation_->install(db_);
+}
+
+SQLiteConnection::~SQLiteConnection() {
+  cancellation_->close(db_, [&] { sqlite3_close_v2(db_); });
+}
+
+void SQLiteConnection::configure() {
+  sqlite3_extended_result_codes(db_, 1);
+  sqlite3_busy_timeout(db_, busyTimeout);
+  execute("PRAGMA foreign_keys = ON");
+  if (readOnly_) execute("PRAGMA query_only = ON");
+}
+
+SQLiteStatement SQLiteConnection::prepare(std::string_view sql, std::span<SQLiteValue const> values) {
+  SQLiteStatement statement(shared_from_this(), sql);
+  statement.bind(values);
+  return statement;
+}
+
+SQLiteStatement SQLiteConnection::prepare(std::string_view sql, std::initializer_list<SQLiteValue> values) {
+  return prepare(sql, std::span(values.begin(), values.size()));
+}
+
+void SQLiteConnection::execute(std::string_view sql, std::span<SQLiteValue const> values) try {
+  SQLiteStatement statement = prepare(sql, values);
+  while (statement.step()) continue;
+} catch (DatabaseError const& error) {
+  throw DatabaseError(error.detail + " [" + std::string(sql) + "]", error.code);
+}
+
+void SQLiteConnection::execute(std::string_view sql, std::initializer_list<SQLiteValue> values) {
+  execute(sql, std::span(values.begin(), values.size()));
+}
+
+DatabaseError SQLiteConnection::error(std::int32_t code) const {
+  return DatabaseError(repairUTF8(sqlite3_errmsg(db_)), code);
+}
+
+SQLiteConnection::WriteTransaction::WriteTransaction(SQLiteConnection& connection) : connection_(connection) {
+  connection_.execute("BEGIN IMMEDIATE");
+}
+
+SQLiteConnection::WriteTransaction::~WriteTransaction() {
+  if (committed_) return;
+  try {
+    connection_.execute("ROLLBACK");
+  } catch (...) {
+    // What made the transaction fail is the error to tell; SQLite may have rolled back already.
+  }
+}
+
+void SQLiteConnection::WriteTransaction::commit(std::stop_token const& task) {
+  checkCancellation(task);
+  connection_.execute("COMMIT");
+  committed_ = true;
+}
+
+HandleLock::HandleLock(SQLiteConnection const& connection) : db_(connection.handle()) {
+  sqlite3_mutex_enter(sqlite3_db_mutex(db_));
+}
+
+HandleLock::~HandleLock() { sqlite3_mutex_leave(sqlite3_db_mutex(db_)); }
+
+}  // namespace tolva

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+// Writes the inputs that the fuzz targets begin with, one folder a target.
+
+#include <sqlite3.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using std::filesystem::path;
+
+void writeText(path const& folder, std::string_view name, std::string_view text) {
+  std::filesystem::create_directories(folder);
+  std::ofstream(folder / name, std::ios::binary) << text;
+}
+
+void writeDatabase(path const& folder, std::string const& name, char const* sql) {
+  std::filesystem::create_directories(folder);
+  std::filesystem::remove(folder / name);
+  sqlite3* db = nullptr;
+  char* message = nullptr;
+  sqlite3_open((folder / name).c_str(), &db);
+  if (sqlite3_exec(db, sql, nullptr, nullptr, &message) != SQLITE_OK) {
+    std::fprintf(stderr, "%s: %s\n", name.c_str(), message);
+    std::exit(1);
+  }
+  sqlite3_close(db);
+}
+
+void writeDatabases(path const& folder) {
+  writeDatabase(folder, "plain",
+                "PRAGMA page_size = 512; CREATE TABLE a(id INTEGER PRIMARY KEY, b TEXT NOT NULL DEFAULT 'x');"
+                "CREATE INDEX i ON a(b); INSERT INTO a(b) VALUES ('one'), ('two'); CREATE VIEW v AS SELECT b FROM a;"
+                "CREATE TRIGGER t AFTER INSERT ON a BEGIN SELECT 1; END");
+  writeDatabase(
+      folder, "flags",
+      "PRAGMA page_size = 512; CREATE TABLE w(a, b, PRIMARY KEY (b, a)) WITHOUT ROWID;"
+      "CREATE TABLE s(id INTEGER PRIMARY KEY DESC, c AS (id * 2)) STRICT; CREATE TABLE r(rowid, _rowid_, oid)");
+  writeDatabase(folder, "wide",
+                "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE \"gr\u00fc\u00dfe\"(a)");
+  writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) return 2;
+  path const root = arguments[1];
+  writeDatabases(root / "database");
+  writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
+  writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
+  writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
+  writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
+  writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+  return 0;
+}

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/MemoryBudget.hpp"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <thread>
+
+#include "core/SQLiteConnection.hpp"
+#include "core/SQLiteLibrary.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "support/Failure.hpp"
+
+namespace tolva {
+namespace {
+
+std::shared_ptr<SQLiteConnection> inMemory() {
+  return SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
+}
+
+/// A query whose preparation takes memory without end: each name stands for the one before, twice.
+std::string doublingQuery(int doublings) {
+  std::string sql = "WITH v0(x) AS (VALUES (1))";
+  for (int n = 1; n <= doublings; ++n) {
+    std::string const before = "v" + std::to_string(n - 1);
+    sql += ", v" + std::to_string(n) + "(x) AS (SELECT a.x FROM " + before + " a, " + before + " b)";
+  }
+  return sql + " SELECT x FROM v" + std::to_string(doublings) + " LIMIT 1";
+}
+
+TEST(MemoryBudget, HoldsInAProgramThatPreparesTheLibraryFirst) { EXPECT_TRUE(SQLiteLibrary::enforcesMemoryBudgets()); }
+
+TEST(MemoryBudget, EndsAPreparationThatTakesTooMuch) {
+  auto const connection = inMemory();
+  {
+    MemoryBudget const budget(std::int64_t{16} << 20);
+    EXPECT_EQ(failureOf([&] { connection->prepare(doublingQuery(17)); }), DatabaseError("out of memory", SQLITE_NOMEM));
+  }
+  EXPECT_TRUE(connection->prepare("SELECT 1").step()) << "the connection works after it";
+}
+
+TEST(MemoryBudget, EndsAPreparationThatTakesTooLong) {
+  auto const connection = inMemory();
+  MemoryBudget const budget(MemoryBudget::unlimited, uptime());
+  EXPECT_EQ(failureOf([&] { connection->prepare(doublingQuery(17)); }).code, SQLITE_NOMEM);
+}
+
+TEST(MemoryBudget, AdmitsExactlyItsBytes) {
+  SQLiteLibrary::prepare();
+  MemoryBudget budget(1000);
+  EXPECT_TRUE(budget.admits(1000));
+  budget.charge(999);
+  EXPECT_TRUE(budget.admits(1));
+  EXPECT_FALSE(budget.admits(2));
+  EXPECT_FALSE(budget.admits(0)) << "a refusal is final";
+}
+
+TEST(MemoryBudget, CountsBackWhatIsFreed) {
+  MemoryBudget budget(1000);
+  budget.charge(1000);
+  budget.charge(-400);
+  EXPECT_TRUE(budget.admits(400));
+}
+
+TEST(MemoryBudget, ChargesTheBudgetsAroundItAsWell) {
+  MemoryBudget outer(1000);
+  outer.charge(600);
+  {
+    MemoryBudget inner(1000);
+    EXPECT_EQ(MemoryBudget::armed(), &inner);
+    EXPECT_TRUE(inner.admits(400));
+    inner.charge(400);
+    EXPECT_FALSE(inner.admits(1));
+  }
+  EXPECT_EQ(MemoryBudget::armed(), &outer);
+  EXPECT_FALSE(outer.admits(0)) << "the outer one was spent too";
+}
+
+TEST(MemoryBudget, ArmsItsOwnThreadAlone) {
+  MemoryBudget const budget(0);
+  std::jthread([] {
+    EXPECT_EQ(MemoryBudget::armed(), nullptr);
+    EXPECT_TRUE(inMemory()->prepare("SELECT 1").step());
+  }).join();
+  EXPECT_EQ(failureOf([] { inMemory(); }).code, SQLITE_NOMEM);
+}
+
+TEST(MemoryBudget, LimitsWhatARunningStatementBuilds) {
+  auto const connection = inMemory();
+  MemoryBudget const budget(std::int64_t{1} << 20);
+  EXPECT_EQ(failureOf([&] { connection->execute("SELECT length(randomblob(2000000))"); }).code, SQLITE_NOMEM);
+}
+
+}  // namespace
+}  // namespace tolva

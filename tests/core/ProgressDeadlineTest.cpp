@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/ProgressDeadline.hpp"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "core/SQLiteConnection.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "support/Failure.hpp"
+#include "support/NoTask.hpp"
+
+namespace tolva {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr char const* endless =
+    "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c) SELECT count(*) FROM c WHERE x < 0";
+constexpr char const* twoMillionRows =
+    "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c LIMIT 2000000) SELECT count(*) FROM c";
+
+std::shared_ptr<SQLiteConnection> inMemory() {
+  return SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
+}
+
+TEST(ProgressDeadline, StopsAStatementThatRunsOverIt) {
+  for (DeadlineTest const test : {DeadlineTest::passed, DeadlineTest::reached}) {
+    auto const connection = inMemory();
+    Uptime const begun = uptime();
+    ProgressDeadline const budget(connection->handle(), begun + 50ms, /*period=*/1000, test, noTask);
+    EXPECT_TRUE(failureOf([&] { connection->prepare(endless).step(); }).isCancellation());
+    EXPECT_GE(uptime() - begun, 50ms);
+    EXPECT_LT(uptime() - begun, 2s);
+  }
+}
+
+TEST(ProgressDeadline, LetsAStatementRunThatHasTime) {
+  auto const connection = inMemory();
+  ProgressDeadline const budget(connection->handle(), uptime() + 60s, 1000, DeadlineTest::reached, noTask);
+  EXPECT_TRUE(connection->prepare(twoMillionRows).step());
+}
+
+TEST(ProgressDeadline, IsRemovedWithItsScope) {
+  auto const connection = inMemory();
+  {
+    ProgressDeadline const budget(connection->handle(), uptime() - 1s, 1, DeadlineTest::reached, noTask);
+    EXPECT_TRUE(failureOf([&] { connection->prepare(twoMillionRows).step(); }).isCancellation());
+  }
+  EXPECT_TRUE(connection->prepare(twoMillionRows).step());
+}
+
+TEST(ProgressDeadline, StopsAStatementOfACancelledTask) {
+  auto const connection = inMemory();
+  std::stop_source task;
+  ProgressDeadline const budget(connection->handle(), uptime() + 60s, 1000, DeadlineTest::reached, task.get_token());
+  std::jthread canceller([&] {
+    std::this_thread::sleep_for(20ms);
+    task.request_stop();
+  });
+  EXPECT_TRUE(failureOf([&] { connection->prepare(endless).step(); }).isCancellation());
+}
+
+}  // namespace
+}  // namespace tolva
