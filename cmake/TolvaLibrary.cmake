@@ -1,0 +1,47 @@
+# SPDX-License-Identifier: Apache-2.0
+# The library that other programs link: one shared object made of the rooms' archives, and the headers it shows.
+
+# No header here needs more than the standard library and the others of this list; a test compiles each alone.
+set(TOLVA_PUBLIC_HEADERS
+  core/CancellationHandle.hpp
+  core/DatabaseError.hpp
+  core/DatabaseObject.hpp
+  core/DatabaseReader.hpp
+  core/MemoryBudget.hpp
+  core/ProgressDeadline.hpp
+  core/SQLIdentifier.hpp
+  core/SQLiteConnection.hpp
+  core/SQLiteLibrary.hpp
+  core/SQLiteStatement.hpp
+  core/SQLiteValue.hpp
+  core/StructureDetails.hpp
+  core/TableSchema.hpp
+  platform/Bytes.hpp
+  platform/Export.hpp
+  platform/TaskCancellation.hpp
+  platform/ThreadSafety.hpp
+  platform/Turn.hpp
+  platform/Uptime.hpp)
+
+# What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
+set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")
+file(REMOVE_RECURSE "${TOLVA_PUBLIC_INCLUDES}")
+foreach(header IN LISTS TOLVA_PUBLIC_HEADERS)
+  get_filename_component(room "${header}" DIRECTORY)
+  file(MAKE_DIRECTORY "${TOLVA_PUBLIC_INCLUDES}/tolva/${room}")
+  file(CREATE_LINK "${PROJECT_SOURCE_DIR}/TolvaQuickLook/${header}" "${TOLVA_PUBLIC_INCLUDES}/tolva/${header}" SYMBOLIC)
+endforeach()
+
+add_library(tolva SHARED "${PROJECT_SOURCE_DIR}/cmake/tolva.map")
+add_library(Tolva::tolva ALIAS tolva)
+set_target_properties(tolva PROPERTIES
+  VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX
+  LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/tolva.map"
+  LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tolva_platform,tolva_core")
+target_compile_features(tolva INTERFACE cxx_std_20)
+# The headers name each other by room, so both folders are needed.
+target_include_directories(tolva INTERFACE
+  $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}> $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}/tolva>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolva>)
+target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map")
+target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_core tolva_platform)
