@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/FileIdentity.hpp"
+#include "platform/FileNode.hpp"
 #include "platform/LockedFiles.hpp"
 #include "platform/ThreadSafety.hpp"
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/Export.hpp"
-#include "platform/FileIdentity.hpp"
+#include "platform/FileNode.hpp"
 
 namespace tolva {
 
