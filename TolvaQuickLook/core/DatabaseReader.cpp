@@ -83,8 +83,9 @@ StructureDetails DatabaseReader::structure(TableSchema const& schema) {
 std::string DatabaseReader::preview(std::filesystem::path const& database, std::stop_token task) {
   Turn const turn(turns_);
   TraceInterval const interval("Quick Look generation");
+  std::shared_ptr<SQLiteConnection> connection;  // closes when the budget has gone: nobody counts what it frees
   MemoryBudget const budget(MemoryBudget::ordinary);
-  auto const connection = SQLiteConnection::open(database, {.readOnly = true});
+  connection = SQLiteConnection::open(database, {.readOnly = true});
   ProgressDeadline const deadline(connection->handle(), uptime() + previewBudget, previewPeriod, DeadlineTest::passed,
                                   std::move(task));
   PreviewSummary summary{.fileName = lastPathComponent(database)};

@@ -40,6 +40,9 @@ class TOLVA_EXPORT MemoryBudget {
 
   // For the allocator under SQLite --------------------------------------------------------------
 
+  /// Puts the budgets under SQLite's allocator; called once, by `SQLiteLibrary`. False when SQLite is initialised.
+  static bool install();
+
   /// The innermost budget of this thread, or null.
   static MemoryBudget* armed() noexcept;
 
