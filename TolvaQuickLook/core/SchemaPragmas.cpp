@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <string_view>
 
+#include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
+#include "core/SQLiteLibrary.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/DoubleText.hpp"
@@ -15,24 +18,30 @@
 namespace tolva {
 namespace {
 
+// What resolving the views of a file may take.
+constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
+constexpr std::chrono::milliseconds resolvingTime{50};
+
 bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
 
 std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
 
-/// Keeps SQLite from resolving views for a scope.
-class ViewsDisabled {
+int denySelects(void*, int action, char const*, char const*, char const*, char const*) noexcept {
+  return action == SQLITE_SELECT ? SQLITE_DENY : SQLITE_OK;
+}
+
+/// Keeps SQLite from resolving views for a scope, in which no query can be prepared.
+class SelectsDenied {
  public:
-  explicit ViewsDisabled(SQLiteConnection const& connection) : db_(connection.handle()) {
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, -1, &before_);
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
+  explicit SelectsDenied(SQLiteConnection const& connection) : db_(connection.handle()) {
+    sqlite3_set_authorizer(db_, denySelects, nullptr);
   }
-  ~ViewsDisabled() { sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, before_, nullptr); }
-  ViewsDisabled(ViewsDisabled const&) = delete;
-  ViewsDisabled& operator=(ViewsDisabled const&) = delete;
+  ~SelectsDenied() { sqlite3_set_authorizer(db_, nullptr, nullptr); }
+  SelectsDenied(SelectsDenied const&) = delete;
+  SelectsDenied& operator=(SelectsDenied const&) = delete;
 
  private:
   sqlite3* const db_;
-  int before_ = 1;
 };
 
 std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::string const& object) {
@@ -52,16 +61,35 @@ std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::strin
   return columns;
 }
 
-/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts. It
-/// resolves every view of the file that it comes across, which in a hostile file takes minutes, so views are off.
-void readFlags(SQLiteConnection& connection, TableSchema& schema) {
-  ViewsDisabled const disabled(connection);
+/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts.
+void readListedFlags(SQLiteConnection& connection, TableSchema& schema) {
   SQLiteStatement row = connection.prepare("PRAGMA table_list(" + quoteIdentifier(schema.object.name) + ")");
   while (row.step()) {
     if (row.value(1, /*full=*/false) != SQLiteValue(schema.object.name)) continue;
     schema.withoutRowID = isOne(row, 4);
     schema.strict = isOne(row, 5);
   }
+}
+
+/// Whether the views of the file were resolved, and the flags read, within a budget.
+bool readFlagsResolving(SQLiteConnection& connection, TableSchema& schema) {
+  MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
+  try {
+    readListedFlags(connection, schema);
+    return true;
+  } catch (DatabaseError const& error) {
+    if ((error.code & 0xFF) != SQLITE_NOMEM) throw;
+    return false;
+  }
+}
+
+/// `table_list` resolves every view of the file first, whatever it is narrowed to, and tries one that it cannot resolve
+/// once for each table. Views that join views keep it for minutes, so there is a budget; when that is spent they stay as
+/// they are, which takes the square of the number of tables but tells the same of a table.
+void readFlags(SQLiteConnection& connection, TableSchema& schema) {
+  if (SQLiteLibrary::enforcesMemoryBudgets() && readFlagsResolving(connection, schema)) return;
+  SelectsDenied const denied(connection);
+  readListedFlags(connection, schema);
 }
 
 bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
