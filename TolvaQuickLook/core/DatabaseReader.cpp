@@ -3,6 +3,7 @@
 
 #include <chrono>
 
+#include "core/DeadlineInterrupt.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/PreviewSummary.hpp"
 #include "core/ProgressDeadline.hpp"
@@ -83,8 +84,10 @@ std::string DatabaseReader::preview(std::filesystem::path const& database, std::
   TraceInterval const interval("Quick Look generation");
   MemoryBudget const budget(MemoryBudget::ordinary);
   auto const connection = SQLiteConnection::open(database, {.readOnly = true});
-  ProgressDeadline const deadline(connection->handle(), uptime() + previewBudget, previewPeriod, DeadlineTest::passed,
-                                  std::move(task));
+  Uptime const deadline = uptime() + previewBudget;
+  ProgressDeadline const budgetOfTime(connection->handle(), deadline, previewPeriod, DeadlineTest::passed,
+                                      std::move(task));
+  DeadlineInterrupt const watch(connection->handle(), deadline);
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
   FileStatus const status = fileStatus(database);
