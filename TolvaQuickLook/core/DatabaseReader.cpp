@@ -10,7 +10,7 @@
 #include "core/SQLiteStatement.hpp"
 #include "core/SchemaPragmas.hpp"
 #include "core/TraceInterval.hpp"
-#include "platform/FileAttributes.hpp"
+#include "platform/FileStatus.hpp"
 #include "platform/LastPathComponent.hpp"
 
 namespace tolva {
@@ -87,9 +87,9 @@ std::string DatabaseReader::preview(std::filesystem::path const& database, std::
                                   std::move(task));
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
-  FileAttributes const attributes = FileAttributes::read(database);
-  summary.fileSize = attributes.bytes;
-  summary.modified = attributes.modified;
+  FileStatus const status = fileStatus(database);
+  summary.fileSize = static_cast<std::int64_t>(status.size);
+  summary.modified = status.modified;
   return summary.text();
 }
 

@@ -9,10 +9,11 @@
 #include <cctype>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
-#include "platform/FileIdentity.hpp"
+#include "platform/FileNode.hpp"
 #include "platform/LockedFiles.hpp"
 #include "platform/ThreadSafety.hpp"
 
@@ -24,6 +25,15 @@ constexpr std::array<std::string_view, 3> companions{"-journal", "-shm", "-wal"}
 sqlite3_vfs* below = nullptr;  // set once, before the guard is registered
 
 int closeDatabase(sqlite3_file* file) noexcept;
+int mapSharedMemory(sqlite3_file* file, int region, int bytes, int extend, void volatile** memory) noexcept;
+
+/// A database that SQLite has open through the guard.
+struct OpenDatabase {
+  std::string path;
+  FileNode node;
+  sqlite3_io_methods const* methods;       // those of the VFS below
+  std::optional<FileNode> sharedMemory{};  // the "-shm" file, which carries the locks of a database in WAL mode
+};
 
 /// The databases that SQLite has open through the guard. Any thread.
 class OpenDatabases {
@@ -40,17 +50,28 @@ class OpenDatabases {
     if (!guarded) {
       guarded = std::make_unique<sqlite3_io_methods>(*file->pMethods);
       guarded->xClose = closeDatabase;
+      guarded->xShmMap = mapSharedMemory;
     }
     open_.emplace(file, OpenDatabase{std::move(path), node, file->pMethods});
     file->pMethods = guarded.get();
   }
 
-  /// Forgets `file`, gives it its own methods back and tells its inode.
-  FileNode remove(sqlite3_file* file) {
+  /// Forgets `file` and gives it its own methods back.
+  OpenDatabase remove(sqlite3_file* file) {
     MutexLock const lock(lock_);
-    auto const entry = open_.extract(file);
+    auto entry = open_.extract(file);
     file->pMethods = entry.mapped().methods;
-    return entry.mapped().node;
+    return std::move(entry.mapped());
+  }
+
+  OpenDatabase find(sqlite3_file* file) {
+    MutexLock const lock(lock_);
+    return open_.at(file);
+  }
+
+  void setSharedMemory(sqlite3_file* file, FileNode node) {
+    MutexLock const lock(lock_);
+    open_.at(file).sharedMemory = node;
   }
 
   bool hold(FileNode node) {
@@ -67,12 +88,6 @@ class OpenDatabases {
   }
 
  private:
-  struct OpenDatabase {
-    std::string path;
-    FileNode node;
-    sqlite3_io_methods const* methods;  // those of the VFS below
-  };
-
   Mutex lock_;
   std::map<sqlite3_file*, OpenDatabase> open_ GUARDED_BY(lock_);
   std::map<sqlite3_io_methods const*, std::unique_ptr<sqlite3_io_methods>> guarded_ GUARDED_BY(lock_);
@@ -145,10 +160,25 @@ int openFile(sqlite3_vfs*, char const* path, sqlite3_file* file, int flags, int*
 }
 
 int closeDatabase(sqlite3_file* file) noexcept {
-  FileNode const node = OpenDatabases::shared().remove(file);
+  OpenDatabase const database = OpenDatabases::shared().remove(file);
   int const closed = file->pMethods->xClose(file);
-  LockedFiles::letGo(node);
+  if (database.sharedMemory) LockedFiles::letGo(*database.sharedMemory);
+  LockedFiles::letGo(database.node);
   return closed;
+}
+
+/// The first region that is mapped is the moment from which the "-shm" file is there.
+int mapSharedMemory(sqlite3_file* file, int region, int bytes, int extend, void volatile** memory) noexcept try {
+  OpenDatabase const database = OpenDatabases::shared().find(file);
+  int const mapped = database.methods->xShmMap(file, region, bytes, extend, memory);
+  if (mapped != SQLITE_OK || database.sharedMemory) return mapped;
+  if (std::optional<FileNode> const node = fileNode(database.path + "-shm")) {
+    LockedFiles::hold(*node);
+    OpenDatabases::shared().setSharedMemory(file, *node);
+  }
+  return mapped;
+} catch (...) {
+  return SQLITE_NOMEM;
 }
 
 int deleteFile(sqlite3_vfs*, char const* path, int syncFolder) noexcept {

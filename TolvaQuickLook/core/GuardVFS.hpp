@@ -11,8 +11,8 @@ namespace tolva {
 ///   planted companion read or overwrite what it points to.
 /// - Only companions of a database that is open, and SQLite's own super-journals, are deleted: a journal names the
 ///   super-journal to delete, and a planted one can name any file.
-/// - The inode of every open database is held in `LockedFiles` until its last close, so that no reader of the same file
-///   drops SQLite's locks.
+/// - The inodes of every open database and of its "-shm" file are held in `LockedFiles` until the last close, so that no
+///   reader of the same file drops SQLite's locks.
 ///
 /// What is refused reads as SQLite's own "unable to open database file" (14) or "disk I/O error" (2570).
 class GuardVFS {

@@ -182,6 +182,17 @@ TEST_F(GuardVFSInAFolder, KeepsTheLockOfAWriterWhileItsFileIsReadOtherwise) {
   EXPECT_EQ(peer.exec("INSERT INTO t(a) VALUES ('peer')"), "ok");
 }
 
+TEST_F(GuardVFSInAFolder, KeepsTheLocksOfAWriterInWALModeAsWell) {
+  auto const connection = openWritable(path);
+  connection->execute("PRAGMA journal_mode = WAL");
+  connection->execute("BEGIN IMMEDIATE");
+  SQLitePeer peer(path);
+  { EXPECT_GT(SafeFile(folder / "t.db-shm").size(), 0); }
+  EXPECT_TRUE(peer.exec("INSERT INTO t(a) VALUES ('peer')").starts_with("error 5")) << "the lock was dropped";
+  connection->execute("COMMIT");
+  EXPECT_EQ(peer.exec("INSERT INTO t(a) VALUES ('peer')"), "ok");
+}
+
 TEST_F(GuardVFSInAFolder, HoldsAFileUntilItsLastConnectionCloses) {
   std::ptrdiff_t const before = openDescriptors();
   auto first = openWritable(path);

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: Apache-2.0
+// Makes the databases of the benchmarks. The same arguments and the same SQLite library give the same bytes: there is
+// no clock and no random source in it.
+#include <sqlite3.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <initializer_list>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace {
+
+constexpr char usage[] =
+    "usage: make-data tables FILE COUNT   COUNT tables without rows, each with an index\n"
+    "       make-data rows FILE COUNT     one table of COUNT rows of 8 columns\n";
+
+[[noreturn]] void fail(char const* doing, sqlite3* database) {
+  std::fprintf(stderr, "make-data: %s: %s\n", doing, database ? sqlite3_errmsg(database) : "out of memory");
+  std::exit(1);
+}
+
+/// The last step of the splitmix64 generator (https://prng.di.unimi.it/splitmix64.c), used as a hash.
+std::uint64_t mixed(std::uint64_t x) {
+  x += 0x9E3779B97F4A7C15;
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EB;
+  return x ^ (x >> 31);
+}
+
+/// A number below `bound` that looks random, one for each row and column.
+std::int64_t drawn(std::int64_t row, int column, std::uint64_t bound) {
+  auto const seed = static_cast<std::uint64_t>(row) * 64 + static_cast<std::uint64_t>(column);
+  return static_cast<std::int64_t>(mixed(seed) % bound);
+}
+
+/// Words up to `length` bytes; one text in twenty has a letter of two bytes.
+std::string words(std::int64_t row, int column, std::int64_t length) {
+  constexpr std::array<std::string_view, 16> all{"alder",  "basalt",  "cedar",  "dune",    "ember", "fjord",
+                                                 "garnet", "harbour", "indigo", "juniper", "kelp",  "lagoon",
+                                                 "maple",  "nimbus",  "onyx",   "pebble"};
+  std::string text;
+  for (std::int64_t word = 0; text.size() < static_cast<std::size_t>(length); ++word) {
+    if (!text.empty()) text += ' ';
+    text += all[static_cast<std::size_t>(drawn(row * 16 + word, column, all.size()))];
+  }
+  text.resize(static_cast<std::size_t>(length));
+  if (length > 4 && drawn(row, column + 32, 20) == 0) text.replace(2, 2, "é");
+  return text;
+}
+
+class Database {
+ public:
+  explicit Database(char const* path) {
+    std::remove(path);
+    sqlite3* opened = nullptr;
+    if (sqlite3_open(path, &opened) != SQLITE_OK) fail("open", opened);
+    handle_.reset(opened);
+    for (char const* pragma :
+         {"PRAGMA page_size = 4096", "PRAGMA journal_mode = OFF", "PRAGMA synchronous = OFF", "BEGIN"})
+      run(pragma);
+  }
+
+  void run(std::string const& sql) {
+    if (sqlite3_exec(handle_.get(), sql.c_str(), nullptr, nullptr, nullptr) != SQLITE_OK)
+      fail(sql.c_str(), handle_.get());
+  }
+
+  sqlite3* handle() const { return handle_.get(); }
+
+ private:
+  struct Close {
+    void operator()(sqlite3* handle) const { sqlite3_close(handle); }
+  };
+  std::unique_ptr<sqlite3, Close> handle_;
+};
+
+std::string numbered(char const* prefix, std::int64_t number) {
+  auto const digits = std::to_string(number);
+  return prefix + std::string(5 - std::min<std::size_t>(5, digits.size()), '0') + digits;
+}
+
+/// Tables of 4 to 8 columns; one in seven is WITHOUT ROWID, one in eleven has a key that is not the rowid.
+void makeTables(Database& database, std::int64_t count) {
+  for (std::int64_t table = 0; table < count; ++table) {
+    auto const name = numbered("table_", table);
+    auto sql = "CREATE TABLE " + name + (table % 11 == 5 ? "(code TEXT PRIMARY KEY" : "(id INTEGER PRIMARY KEY");
+    sql += ", name TEXT NOT NULL, amount REAL DEFAULT 0.0, changed TEXT";
+    for (std::int64_t column = 0; column < drawn(table, 1, 5); ++column)
+      sql += ", field_" + std::to_string(column) + " INTEGER";
+    database.run(sql + (table % 7 == 3 ? ") WITHOUT ROWID" : ")"));
+    database.run("CREATE INDEX " + numbered("index_", table) + " ON " + name + "(name, changed)");
+  }
+}
+
+/// An integer key, two integers, two reals, three short texts; a quarter of `ratio` and a third of `note` are NULL.
+void makeRows(Database& database, std::int64_t count) {
+  database.run(
+      "CREATE TABLE records(id INTEGER PRIMARY KEY, quantity INTEGER, reference INTEGER, price REAL, ratio REAL, code "
+      "TEXT, "
+      "name TEXT, note TEXT)");
+  sqlite3_stmt* insert = nullptr;
+  if (sqlite3_prepare_v2(database.handle(), "INSERT INTO records VALUES (?,?,?,?,?,?,?,?)", -1, &insert, nullptr) !=
+      SQLITE_OK)
+    fail("prepare", database.handle());
+  auto const bindText = [insert](int index, std::string const& text) {
+    sqlite3_bind_text(insert, index, text.data(), static_cast<int>(text.size()), SQLITE_TRANSIENT);
+  };
+  for (std::int64_t row = 1; row <= count; ++row) {
+    sqlite3_clear_bindings(insert);
+    sqlite3_bind_int64(insert, 1, row);
+    sqlite3_bind_int64(insert, 2, drawn(row, 2, 2'000) - 1'000);
+    sqlite3_bind_int64(insert, 3, drawn(row, 3, std::uint64_t{1} << 62));
+    sqlite3_bind_double(insert, 4, static_cast<double>(drawn(row, 4, 100'000'000)) / 997.0);
+    if (drawn(row, 5, 4) != 0) sqlite3_bind_double(insert, 5, static_cast<double>(drawn(row, 6, 1'000'000)) / 1e6);
+    bindText(6, numbered("C", drawn(row, 7, 100'000)));
+    bindText(7, words(row, 8, 8 + drawn(row, 9, 16)));
+    if (drawn(row, 10, 3) != 0) bindText(8, words(row, 11, drawn(row, 12, 41)));
+    if (sqlite3_step(insert) != SQLITE_DONE) fail("insert", database.handle());
+    sqlite3_reset(insert);
+  }
+  sqlite3_finalize(insert);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string_view const kind = argc == 4 ? argv[1] : "";
+  std::int64_t const count = argc == 4 ? std::atoll(argv[3]) : 0;
+  if ((kind != "tables" && kind != "rows") || count < 1) {
+    std::fputs(usage, stderr);
+    return 2;
+  }
+  Database database(argv[2]);
+  kind == "tables" ? makeTables(database, count) : makeRows(database, count);
+  database.run("COMMIT");
+}
