@@ -2,7 +2,9 @@
 #include "core/DatabaseReader.hpp"
 
 #include <chrono>
+#include <utility>
 
+#include "core/KeptText.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/PreviewSummary.hpp"
 #include "core/ProgressDeadline.hpp"
@@ -42,8 +44,8 @@ std::vector<DatabaseObject> DatabaseReader::open(std::filesystem::path const& da
   Turn const turn(turns_);
   checkCancellation(task);
   TraceInterval const interval("database open");
-  MemoryBudget const budget(MemoryBudget::ordinary);
   forget();
+  MemoryBudget const budget(MemoryBudget::ordinary);
   try {
     connection_ = SQLiteConnection::open(database, {.readOnly = true}, cancellation_);
     return readObjects();
@@ -81,8 +83,9 @@ StructureDetails DatabaseReader::structure(TableSchema const& schema) {
 std::string DatabaseReader::preview(std::filesystem::path const& database, std::stop_token task) {
   Turn const turn(turns_);
   TraceInterval const interval("Quick Look generation");
+  std::shared_ptr<SQLiteConnection> connection;  // closes when the budget has gone: nobody counts what it frees
   MemoryBudget const budget(MemoryBudget::ordinary);
-  auto const connection = SQLiteConnection::open(database, {.readOnly = true});
+  connection = SQLiteConnection::open(database, {.readOnly = true});
   ProgressDeadline const deadline(connection->handle(), uptime() + previewBudget, previewPeriod, DeadlineTest::passed,
                                   std::move(task));
   PreviewSummary summary{.fileName = lastPathComponent(database)};
@@ -107,9 +110,7 @@ std::vector<DatabaseObject> DatabaseReader::readObjects() {
       {"", "table", "view", "sqlite_*"});
   std::vector<DatabaseObject> objects;
   while (statement.step()) {
-    objects.push_back({.name = statement.value(0, /*full=*/false).display(),
-                       .kind = statement.value(1, /*full=*/false).display(),
-                       .sql = statement.value(2, /*full=*/false).display()});
+    objects.push_back({.name = keptText(statement, 0), .kind = keptText(statement, 1), .sql = keptText(statement, 2)});
   }
   return objects;
 }

@@ -78,49 +78,58 @@ std::vector<std::string> SQLiteStatement::names() const {
 
 SQLiteValue SQLiteStatement::value(int index, bool full) const {
   HandleLock const held(*connection_);
-  return columnValue(index, full);
+  SQLiteValue value;
+  readColumn(index, full, [&](auto&& payload) { value = SQLiteValue(std::forward<decltype(payload)>(payload)); });
+  return value;
 }
 
 std::vector<SQLiteValue> SQLiteStatement::row(bool full) const {
-  HandleLock const held(*connection_);
-  int const count = columnCount();
   std::vector<SQLiteValue> values;
-  values.reserve(static_cast<std::size_t>(count));
-  for (int column = 0; column < count; ++column) values.push_back(columnValue(column, full));
+  append(values, 0, columnCount(), full);
   return values;
 }
 
-/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway.
-SQLiteValue SQLiteStatement::columnValue(int index, bool full) const {
+void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int count, bool full) const {
+  HandleLock const held(*connection_);
+  values.reserve(values.size() + static_cast<std::size_t>(count));
+  for (int column = first; column < first + count; ++column) {
+    readColumn(column, full, [&](auto&& payload) { values.emplace_back(std::forward<decltype(payload)>(payload)); });
+  }
+}
+
+/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway, and hands the
+/// payload to `take`, which makes the value where it stays.
+template <class Take>
+void SQLiteStatement::readColumn(int index, bool full, Take&& take) const {
   sqlite3_value* const column = sqlite3_column_value(handle_, index);
   switch (sqlite3_value_type(column)) {
     case SQLITE_INTEGER:
-      return SQLiteValue::integer(sqlite3_value_int64(column));
+      return take(std::int64_t{sqlite3_value_int64(column)});
     case SQLITE_FLOAT:
-      return SQLiteValue::real(sqlite3_value_double(column));
+      return take(sqlite3_value_double(column));
     case SQLITE_TEXT: {
       int const bytes = sqlite3_value_bytes(column);
-      if (!full && bytes > inlineTextLimit) return SQLiteValue::largeText(bytes);
+      if (!full && bytes > inlineTextLimit) return take(LargeText{bytes});
       auto const* const text = reinterpret_cast<char const*>(sqlite3_value_text(column));
-      if (!text) return textWithoutBytes();
-      return SQLiteValue::text(repairUTF8({text, static_cast<std::size_t>(bytes)}));
+      if (text) return take(repairUTF8({text, static_cast<std::size_t>(bytes)}));
+      requireMemory();
+      return take(std::string());
     }
     case SQLITE_BLOB: {
       int const bytes = sqlite3_value_bytes(column);
-      if (!full) return SQLiteValue::largeBlob(bytes);
+      if (!full) return take(LargeBlob{bytes});
       auto const* const blob = static_cast<std::uint8_t const*>(sqlite3_value_blob(column));
-      return SQLiteValue::blob(blob ? Bytes(blob, blob + bytes) : Bytes());
+      return take(blob ? Bytes(blob, blob + bytes) : Bytes());
     }
     default:
-      return SQLiteValue::null();
+      return take(Null{});
   }
 }
 
 /// SQLite gives no pointer for a text only when it could not convert it for lack of memory, which must not read as an
-/// empty value.
-SQLiteValue SQLiteStatement::textWithoutBytes() const {
+/// empty value. The column reads as NULL from then on.
+void SQLiteStatement::requireMemory() const {
   if (sqlite3_errcode(connection_->handle()) == SQLITE_NOMEM) throw connection_->error(SQLITE_NOMEM);
-  return SQLiteValue::text("");
 }
 
 }  // namespace tolva

@@ -49,7 +49,7 @@ class JSONWriter {
   }
 
   /// Throws `JSONError` unless `real` is finite.
-  void value(double real);
+  void value(std::same_as<double> auto real) { writeReal(real); }
   void value(std::string_view text);
 
   /// Bytes as base64 text.
@@ -60,6 +60,7 @@ class JSONWriter {
   void end(char bracket);
   void separate();
   void writeBoolean(bool truth);
+  void writeReal(double real);
   void writeSigned(std::int64_t whole);
   void writeUnsigned(std::uint64_t whole);
 
