@@ -17,6 +17,8 @@ template <class... Cases>
 struct Match : Cases... {
   using Cases::operator()...;
 };
+template <class... Cases>
+Match(Cases...) -> Match<Cases...>;  // clang 14 needs it said
 
 bool holdsText(std::string const& type) {
   return type.find("CHAR") != type.npos || type.find("CLOB") != type.npos || type.find("TEXT") != type.npos;
