@@ -40,7 +40,7 @@ void writeDatabases(path const& folder) {
   writeDatabase(
       folder, "flags",
       "PRAGMA page_size = 512; CREATE TABLE w(a, b, PRIMARY KEY (b, a)) WITHOUT ROWID;"
-      "CREATE TABLE s(id INTEGER PRIMARY KEY DESC, c AS (id * 2)) STRICT; CREATE TABLE r(rowid, _rowid_, oid)");
+      "CREATE TABLE s(id INTEGER PRIMARY KEY DESC, c INTEGER AS (id * 2)) STRICT; CREATE TABLE r(rowid, _rowid_, oid)");
   writeDatabase(folder, "wide",
                 "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE \"gr\u00fc\u00dfe\"(a)");
   writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
