@@ -5,7 +5,9 @@
 set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
   core/DatabaseError.hpp
+  core/DatabaseMonitor.hpp
   core/DatabaseObject.hpp
+  core/DatabaseObservation.hpp
   core/DatabaseReader.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
@@ -14,6 +16,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp
