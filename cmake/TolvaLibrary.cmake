@@ -5,8 +5,13 @@
 set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
   core/DatabaseError.hpp
+  core/DatabaseInfo.hpp
+  core/DatabaseMonitor.hpp
   core/DatabaseObject.hpp
+  core/DatabaseObservation.hpp
   core/DatabaseReader.hpp
+  core/DatabaseSession.hpp
+  core/FileObservation.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
   core/SQLIdentifier.hpp
@@ -14,6 +19,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp
