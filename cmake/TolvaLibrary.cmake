@@ -4,11 +4,16 @@
 # No header here needs more than the standard library and the others of this list; a test compiles each alone.
 set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
+  core/CellChange.hpp
+  core/ComparisonIdentity.hpp
   core/DatabaseError.hpp
   core/DatabaseObject.hpp
   core/DatabaseReader.hpp
+  core/DatabaseRow.hpp
+  core/DatabaseWriter.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
+  core/RowIdentityResolver.hpp
   core/SQLIdentifier.hpp
   core/SQLiteConnection.hpp
   core/SQLiteLibrary.hpp

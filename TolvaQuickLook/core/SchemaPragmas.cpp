@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/SchemaPragmas.hpp"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <array>
 #include <string_view>
 
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "core/ViewsDisabled.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/DoubleText.hpp"
 
@@ -18,22 +17,6 @@ namespace {
 bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
 
 std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
-
-/// Keeps SQLite from resolving views for a scope.
-class ViewsDisabled {
- public:
-  explicit ViewsDisabled(SQLiteConnection const& connection) : db_(connection.handle()) {
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, -1, &before_);
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-  }
-  ~ViewsDisabled() { sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, before_, nullptr); }
-  ViewsDisabled(ViewsDisabled const&) = delete;
-  ViewsDisabled& operator=(ViewsDisabled const&) = delete;
-
- private:
-  sqlite3* const db_;
-  int before_ = 1;
-};
 
 std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::string const& object) {
   SQLiteStatement row = connection.prepare("PRAGMA table_xinfo(" + quoteIdentifier(object) + ")");
@@ -52,8 +35,7 @@ std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::strin
   return columns;
 }
 
-/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts. It
-/// resolves every view of the file that it comes across, which in a hostile file takes minutes, so views are off.
+/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts.
 void readFlags(SQLiteConnection& connection, TableSchema& schema) {
   ViewsDisabled const disabled(connection);
   SQLiteStatement row = connection.prepare("PRAGMA table_list(" + quoteIdentifier(schema.object.name) + ")");
