@@ -40,7 +40,7 @@ void PreparedStatements::run(std::string const& sql, std::span<std::string const
 }
 
 SQLiteStatement& PreparedStatements::compile(std::string const& sql, std::span<std::string const> names) {
-  SQLiteStatement statement = connection_.prepare(sql);
+  SQLiteStatement statement(connection_.shared_from_this(), sql);
   requireColumns(connection_, table_, names);
   if (compiled_.size() == mostCompiled) compiled_.clear();
   return compiled_.emplace(sql, std::move(statement)).first->second;
