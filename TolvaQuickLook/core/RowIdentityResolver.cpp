@@ -37,13 +37,13 @@ struct Flags {
   bool strict;
 };
 
-/// One table of one attached schema, asked through pragmas.
-struct Table {
+/// One attached schema, asked through pragmas.
+struct Schema {
   SQLiteConnection& connection;
   std::string const database;  // quoted
 
-  SQLiteStatement pragma(std::string_view name, std::string const& of) const {
-    return connection.prepare("PRAGMA " + database + std::string(name) + "(" + quoteIdentifier(of) + ")");
+  SQLiteStatement pragma(char const* call, std::string const& of) const {
+    return connection.prepare("PRAGMA " + database + call + quoteIdentifier(of) + ")");
   }
 };
 
@@ -51,17 +51,17 @@ bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*
 
 std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
 
-Flags readFlags(Table const& of, std::string const& table) {
+Flags readFlags(Schema const& of, std::string const& table) {
   ViewsDisabled const disabled(of.connection);
-  SQLiteStatement row = of.pragma(".table_list", table);
+  SQLiteStatement row = of.pragma(".table_list(", table);
   if (!row.step() || row.value(2, /*full=*/false) != SQLiteValue("table")) {
     throw DatabaseError("Views, virtual tables and shadow tables are not row-compared.");
   }
   return {.withoutRowID = isOne(row, 4), .strict = isOne(row, 5)};
 }
 
-std::vector<Column> readColumns(Table const& of, std::string const& table, std::stop_token const& task) {
-  SQLiteStatement row = of.pragma(".table_xinfo", table);
+std::vector<Column> readColumns(Schema const& of, std::string const& table, std::stop_token const& task) {
+  SQLiteStatement row = of.pragma(".table_xinfo(", table);
   std::vector<Column> columns;
   while (row.step()) {
     checkCancellation(task);
@@ -89,8 +89,8 @@ std::vector<Column> keyOf(std::vector<Column> const& columns) {
 }
 
 /// The index of the primary key; an alias of the rowid needs none.
-std::optional<std::string> keyIndex(Table const& of, std::string const& table) {
-  SQLiteStatement row = of.pragma(".index_list", table);
+std::optional<std::string> keyIndex(Schema const& of, std::string const& table) {
+  SQLiteStatement row = of.pragma(".index_list(", table);
   std::optional<std::string> name;
   while (row.step()) {
     if (row.value(3, /*full=*/false) == SQLiteValue("pk")) name = shown(row, 1);
@@ -105,8 +105,8 @@ void refuseNull(std::vector<Column> const& key, Flags flags, bool hasIndex) {
   throw DatabaseError("The declared primary key permits NULL; reliable row matching is unavailable.");
 }
 
-std::vector<std::string> collationsOf(std::vector<Column> const& key, Table const& of, std::string const& index) {
-  SQLiteStatement row = of.pragma(".index_xinfo", index);
+std::vector<std::string> collationsOf(std::vector<Column> const& key, Schema const& of, std::string const& index) {
+  SQLiteStatement row = of.pragma(".index_xinfo(", index);
   std::map<std::string, std::string> found;  // by column name
   while (row.step()) {
     if (isOne(row, 5)) found[shown(row, 2)] = upperASCII(shown(row, 4));
@@ -132,7 +132,7 @@ std::vector<std::string> namesOf(std::vector<Column> const& columns) {
 
 ComparisonIdentity RowIdentityResolver::resolve(SQLiteConnection& connection, std::string const& database,
                                                 std::string const& table, std::stop_token task) {
-  Table const of{connection, quoteIdentifier(database)};
+  Schema const of{connection, quoteIdentifier(database)};
   Flags const flags = readFlags(of, table);
   std::vector<Column> const columns = readColumns(of, table, task);
   std::vector<Column> const key = keyOf(columns);

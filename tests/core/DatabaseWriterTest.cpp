@@ -156,6 +156,49 @@ TEST(DatabaseWriter, ChangesTwoCellsOfOneRowAtOnce) {
   EXPECT_EQ(scene.database.rows("SELECT * FROM log"), "new") << "one statement, so the trigger ran once";
 }
 
+std::vector<std::string> statements;
+
+/// Keeps what every connection that opens from now on runs, with its parameters in place, in `statements`.
+void traceStatements() {
+  auto const install = [](sqlite3* db, char**, void const*) {
+    auto const keep = [](unsigned, void*, void* statement, void*) {
+      char* const sql = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
+      statements.emplace_back(sql);
+      sqlite3_free(sql);
+      return 0;
+    };
+    return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, keep, nullptr);
+  };
+  int (*const entry)(sqlite3*, char**, void const*) = install;
+  sqlite3_auto_extension(reinterpret_cast<void (*)()>(entry));
+}
+
+TEST(DatabaseWriter, RunsOneGuardedStatementForARow) {
+  std::string const sql =
+      "CREATE TABLE t(a, k, b, l, c AS (b), PRIMARY KEY (l, k)) WITHOUT ROWID; INSERT INTO t VALUES (1, 'k', NULL, "
+      "x'00')";
+  TemporaryDatabase const database(sql);
+  TableSchema const schema = schemaOf(database.path(), "t");
+  DatabaseRow const row = rowsOf(database.path(), schema)[0];
+  traceStatements();
+  DatabaseWriter writer;
+  writer.open(database.path());
+  Changes const results = writer.apply(schema, {{row, "b", "new"}, {row, "a", 1.5}, {row, "b", "newer"}}, noTask);
+  writer.deleteRows(schema, {{{1.5, "k", "newer", SQLiteValue::largeBlob(1), "newer"}, row.identity}}, noTask);
+  writer.insert(schema, {{"l", 1}, {"k", 2}, {"c", 3}});
+  EXPECT_EQ(
+      statements,
+      (std::vector<std::string>{
+          "PRAGMA foreign_keys = ON", "BEGIN IMMEDIATE",
+          R"(UPDATE "t" SET "b" = 'new',"a" = 1.5,"b" = 'newer' WHERE "l" IS x'00' AND "k" IS 'k' AND "b" IS NULL)"
+          R"( AND "a" IS 1 AND "b" IS NULL RETURNING "l","k")",
+          "COMMIT", "BEGIN IMMEDIATE",
+          R"(DELETE FROM "t" WHERE "l" IS x'00' AND "k" IS 'k' AND "a" IS 1.5 AND "k" IS 'k' AND "b" IS 'newer')"
+          R"( AND "c" IS 'newer')",
+          "COMMIT", R"(INSERT INTO "t" ("k","l") VALUES (2,1))"}));
+  sqlite3_reset_auto_extension();
+}
+
 TEST(DatabaseWriter, ReturnsResultsRowByRowInTheOrderOfFirstChanges) {
   Scene scene(twoRows);
   Changes const results = scene.apply({{scene.rows[1], "a", "q"}, {scene.rows[0], "a", "p"}, {scene.rows[1], "b", 21}});
@@ -225,6 +268,12 @@ TEST(DatabaseWriter, EditsARowOfEachKindOfTable) {
        3,
        {1},
        "3|NULL\nNULL|NULL"},
+      {"another encoding",
+       "PRAGMA encoding = 'UTF-16'; CREATE TABLE t(a PRIMARY KEY) WITHOUT ROWID; INSERT INTO t VALUES ('é𝄞')",
+       "a",
+       "𝄞é",
+       {"𝄞é"},
+       "𝄞é"},
       {"odd names",
        "CREATE TABLE t(\"a\"\"; -- \" INTEGER PRIMARY KEY); INSERT INTO t VALUES (1)",
        "a\"; -- ",
