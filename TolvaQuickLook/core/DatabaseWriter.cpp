@@ -68,8 +68,9 @@ struct IdentityHash {
   static std::size_t of(SQLiteValue const& value) {
     if (auto const* integer = value.asInteger()) return std::hash<std::int64_t>()(*integer);
     if (auto const* real = value.asReal()) return std::hash<double>()(*real);
-    if (auto const* text = value.asText()) return std::hash<std::string>()(*text);
-    return value.asBlob() ? value.asBlob()->size() : 0;
+    if (auto const* text = value.asText()) return std::hash<std::string_view>()(*text);
+    auto const* const blob = value.asBlob();
+    return blob ? std::hash<std::string_view>()({reinterpret_cast<char const*>(blob->data()), blob->size()}) : 0;
   }
   std::size_t operator()(Values const* identity) const {
     std::size_t hash = identity->size();

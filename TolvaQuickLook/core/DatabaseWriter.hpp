@@ -26,8 +26,8 @@ class SQLiteConnection;
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
 /// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows.
-/// An operation does all that it was asked or nothing. SQLite's failures pass through as `DatabaseError`: a lock that
-/// another program holds is waited for 1.2 seconds. Operations on a closed writer throw "No database is open." (code 8).
+/// An operation does all that it was asked or nothing. SQLite's failures pass through as `DatabaseError`; a lock that
+/// another program holds is waited for 1.2 seconds. On a closed writer they throw "No database is open." (code 8).
 class TOLVA_EXPORT DatabaseWriter {
  public:
   DatabaseWriter();

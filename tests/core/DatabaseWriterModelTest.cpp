@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// Edits and deletes of random tables, which another process changes between the reading and the writing, against a model:
-// it looks for each row by comparing values in memory and changes it without any guard, in a transaction taken back.
+// Edits and deletes of random tables, which another process changes between the reading and the writing, against a
+// model: it finds each row by comparing values in memory and changes it without a guard, in a transaction taken back.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <optional>
 #include <random>
 
 #include "core/DatabaseWriter.hpp"
