@@ -170,13 +170,7 @@ void Inspection::scanTable(SQLiteStatement const& row, std::string const& sql, T
 DatabaseInfo inspectDatabase(std::filesystem::path const& path, std::shared_ptr<CancellationHandle> cancellation,
                              std::stop_token task) {
   InspectionDeadline const deadline;
-  try {
-    return Inspection(path, std::move(cancellation), std::move(task), deadline).info();
-  } catch (DatabaseError const& error) {
-    // A statement that is still being prepared at the deadline gets no more memory, which is no lack of memory.
-    if ((error.code & 0xFF) == SQLITE_NOMEM) deadline.check();
-    throw;
-  }
+  return Inspection(path, std::move(cancellation), std::move(task), deadline).info();
 }
 
 }  // namespace tolva

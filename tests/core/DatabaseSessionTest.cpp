@@ -447,7 +447,7 @@ TEST(DatabaseSession, ReadsAsCancelledWhereAStatementIsStoppedAtTheDeadline) {
   EXPECT_EQ(afterSleeping(database.path(), SQLITE_TRACE_STMT, "SELECT type, count(*)"), "Cancelled");
 }
 
-TEST(DatabaseSession, TakesTooLongWhereAStatementIsPreparedOverTheDeadline) {
+TEST(DatabaseSession, IsCancelledWhereAStatementIsPreparedOverTheDeadline) {
   if (!SQLiteLibrary::enforcesMemoryBudgets()) GTEST_SKIP() << "SQLite was in use before.";
   TemporaryDatabase const database("CREATE TABLE t(a)");
   OpenedConnections const slow([](sqlite3* db) {
@@ -459,7 +459,7 @@ TEST(DatabaseSession, TakesTooLongWhereAStatementIsPreparedOverTheDeadline) {
     };
     sqlite3_set_authorizer(db, authorize, nullptr);
   });
-  EXPECT_EQ(failureOf([&] { infoOf(database); }), DatabaseError(tooLong));
+  EXPECT_TRUE(failureOf([&] { infoOf(database); }).isCancellation());
 }
 
 TEST(DatabaseSession, StaysOutOfMemoryWhereThereIsTime) {
