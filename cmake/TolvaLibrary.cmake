@@ -3,24 +3,31 @@
 
 # No header here needs more than the standard library and the others of this list; a test compiles each alone.
 set(TOLVA_PUBLIC_HEADERS
+  core/BrowseRequest.hpp
   core/CancellationHandle.hpp
   core/DatabaseError.hpp
   core/DatabaseObject.hpp
   core/DatabaseReader.hpp
+  core/DatabaseRow.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
+  core/RowPage.hpp
+  core/RowSelection.hpp
   core/SQLIdentifier.hpp
   core/SQLiteConnection.hpp
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
   core/StructureDetails.hpp
+  core/TableFilter.hpp
+  core/TableQueryBuilder.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp
   platform/Export.hpp
   platform/TaskCancellation.hpp
   platform/ThreadSafety.hpp
   platform/Turn.hpp
+  platform/UUID.hpp
   platform/Uptime.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.

@@ -89,6 +89,13 @@ void SQLiteConnection::execute(std::string_view sql, std::initializer_list<SQLit
   execute(sql, std::span(values.begin(), values.size()));
 }
 
+void SQLiteConnection::rollBack() noexcept {
+  int ended = SQLITE_INTERRUPT;  // a cancel may hit this statement as well, and would leave the transaction open
+  while (ended == SQLITE_INTERRUPT && sqlite3_get_autocommit(db_) == 0) {
+    ended = sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr) & 0xFF;
+  }
+}
+
 DatabaseError SQLiteConnection::error(std::int32_t code) const {
   return DatabaseError(repairUTF8(sqlite3_errmsg(db_)), code);
 }
@@ -98,12 +105,7 @@ SQLiteConnection::WriteTransaction::WriteTransaction(SQLiteConnection& connectio
 }
 
 SQLiteConnection::WriteTransaction::~WriteTransaction() {
-  if (committed_) return;
-  try {
-    connection_.execute("ROLLBACK");
-  } catch (...) {
-    // What made the transaction fail is the error to tell; SQLite may have rolled back already.
-  }
+  if (!committed_) connection_.rollBack();
 }
 
 void SQLiteConnection::WriteTransaction::commit(std::stop_token const& task) {

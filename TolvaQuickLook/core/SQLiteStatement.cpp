@@ -82,12 +82,23 @@ SQLiteValue SQLiteStatement::value(int index, bool full) const {
 }
 
 std::vector<SQLiteValue> SQLiteStatement::row(bool full) const {
-  HandleLock const held(*connection_);
-  int const count = columnCount();
   std::vector<SQLiteValue> values;
-  values.reserve(static_cast<std::size_t>(count));
-  for (int column = 0; column < count; ++column) values.push_back(columnValue(column, full));
+  append(values, 0, columnCount(), full);
   return values;
+}
+
+void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int count, bool full) const {
+  HandleLock const held(*connection_);
+  values.reserve(values.size() + static_cast<std::size_t>(count));
+  for (int column = first; column < first + count; ++column) values.push_back(columnValue(column, full));
+}
+
+bool SQLiteStatement::holds(int index, std::string_view text) const {
+  HandleLock const held(*connection_);
+  sqlite3_value* const column = sqlite3_column_value(handle_, index);
+  auto const bytes = static_cast<std::size_t>(sqlite3_value_bytes(column));
+  auto const* const stored = reinterpret_cast<char const*>(sqlite3_value_text(column));
+  return stored ? std::string_view(stored, bytes) == text : text.empty();
 }
 
 /// Reads through the column's value object, which saves each call the mutex that the caller holds anyway.
