@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/RowCursor.hpp"
 
+#include <optional>
+
 #include "core/MemoryBudget.hpp"
 
 namespace tolva {
@@ -11,11 +13,9 @@ constexpr std::int64_t wholeKeyLimit = 65'536;  // bytes of a blob
 }  // namespace
 
 SQLiteStatement prepareWithinBudget(SQLiteConnection& connection, BuiltQuery const& query) {
-  auto const prepared = [&] {
-    MemoryBudget const budget(MemoryBudget::ordinary);
-    return connection.prepare(query.sql);
-  };
-  SQLiteStatement statement = prepared();
+  std::optional<MemoryBudget> preparing(MemoryBudget::ordinary);
+  SQLiteStatement statement(connection.shared_from_this(), query.sql);
+  preparing.reset();
   statement.bind(query.parameters);
   return statement;
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <optional>
-
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TableQueryBuilder.hpp"
