@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The operations of the reader on rows.
+#include <sqlite3.h>
+
 #include "core/DatabaseReader.hpp"
 #include "core/Limit.hpp"
 #include "core/ReadTransaction.hpp"
@@ -43,6 +45,19 @@ RowPage readPage(RowCursor& cursor, std::int64_t delivered, std::stop_token cons
   return page;
 }
 
+/// Fails when a page by key ends before the key it began behind, as it can where a damaged file has its rows out of
+/// order: one page would lead to the other for ever.
+void checkAdvance(RowPage const& page, std::optional<PageToken> const& token, BrowseRequest const& request) {
+  if (request.sort || !token || token->identity.empty() || !page.next || page.next->identity.empty()) return;
+  std::int64_t const* const from = token->identity.front().asInteger();
+  std::int64_t const* const to = page.next->identity.front().asInteger();
+  if (!from || !to) return;
+  bool const isWholeKey = page.next->identity.size() == 1;
+  if (*to < *from || (isWholeKey && *to == *from)) {
+    throw DatabaseError("database disk image is malformed", SQLITE_CORRUPT);
+  }
+}
+
 BuiltQuery rowByIdentity(TableSchema const& schema, std::vector<SQLiteValue> const& identity) {
   std::vector<std::string> terms = quoted(schema.identity);
   for (std::string& term : terms) term += " IS ?";
@@ -63,7 +78,9 @@ RowPage DatabaseReader::page(TableSchema const& schema, BrowseRequest const& req
   BuiltQuery const query = TableQueryBuilder::build(schema, request, token, {.limit = pageRows});
   RowCursor cursor(db(), query, schema, RowCursor::Identity::asKey);
   HandleLock const held(db());
-  return readPage(cursor, token ? token->offset : 0, task);
+  RowPage page = readPage(cursor, token ? token->offset : 0, task);
+  checkAdvance(page, token, request);
+  return page;
 }
 
 std::int64_t DatabaseReader::count(TableSchema const& schema, BrowseRequest const& request) {

@@ -316,10 +316,10 @@ TEST(DatabaseReader, PassesSQLitesFailuresOn) {
 
 /// A short view that takes minutes and gigabytes to be prepared.
 TEST(DatabaseReader, PreparesAHostileViewWithinItsBudget) {
-  std::string sql = "CREATE VIEW t AS WITH v0(x) AS (SELECT 1)";
+  std::string sql = "CREATE VIEW t AS WITH v0(x) AS (VALUES (1))";
   for (int n = 1; n <= 17; ++n) {
     std::string const below = "v" + std::to_string(n - 1);
-    sql += ", v" + std::to_string(n) + " AS (SELECT a.x FROM " + below + " a, " + below + " b)";
+    sql += ", v" + std::to_string(n) + "(x) AS (SELECT a.x FROM " + below + " a, " + below + " b)";
   }
   TemporaryDatabase const database(sql + " SELECT x FROM v17");
   DatabaseReader reader;
