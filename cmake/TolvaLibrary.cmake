@@ -50,5 +50,6 @@ target_compile_features(tolva INTERFACE cxx_std_20)
 target_include_directories(tolva INTERFACE
   $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}> $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}/tolva>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolva>)
-target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map")
+# SQLite keeps pointers into the library for the life of the process, so it is never unloaded.
+target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map" "LINKER:-z,nodelete")
 target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_core tolva_platform)

@@ -2,7 +2,9 @@
 #include "core/DatabaseReader.hpp"
 
 #include <chrono>
+#include <utility>
 
+#include "core/KeptText.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/PreviewSummary.hpp"
 #include "core/ProgressDeadline.hpp"
@@ -10,7 +12,7 @@
 #include "core/SQLiteStatement.hpp"
 #include "core/SchemaPragmas.hpp"
 #include "core/TraceInterval.hpp"
-#include "platform/FileAttributes.hpp"
+#include "platform/FileStatus.hpp"
 #include "platform/LastPathComponent.hpp"
 
 namespace tolva {
@@ -42,8 +44,8 @@ std::vector<DatabaseObject> DatabaseReader::open(std::filesystem::path const& da
   Turn const turn(turns_);
   checkCancellation(task);
   TraceInterval const interval("database open");
-  MemoryBudget const budget(MemoryBudget::ordinary);
   forget();
+  MemoryBudget const budget(MemoryBudget::ordinary);
   try {
     connection_ = SQLiteConnection::open(database, {.readOnly = true}, cancellation_);
     return readObjects();
@@ -87,9 +89,9 @@ std::string DatabaseReader::preview(std::filesystem::path const& database, std::
                                   std::move(task));
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
-  FileAttributes const attributes = FileAttributes::read(database);
-  summary.fileSize = attributes.bytes;
-  summary.modified = attributes.modified;
+  FileStatus const status = fileStatus(database);
+  summary.fileSize = static_cast<std::int64_t>(status.size);
+  summary.modified = status.modified;
   return summary.text();
 }
 
@@ -107,9 +109,7 @@ std::vector<DatabaseObject> DatabaseReader::readObjects() {
       {"", "table", "view", "sqlite_*"});
   std::vector<DatabaseObject> objects;
   while (statement.step()) {
-    objects.push_back({.name = statement.value(0, /*full=*/false).display(),
-                       .kind = statement.value(1, /*full=*/false).display(),
-                       .sql = statement.value(2, /*full=*/false).display()});
+    objects.push_back({.name = keptText(statement, 0), .kind = keptText(statement, 1), .sql = keptText(statement, 2)});
   }
   return objects;
 }

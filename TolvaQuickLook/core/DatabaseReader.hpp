@@ -28,9 +28,10 @@ class SQLiteConnection;
 /// The read service of one open database.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
-/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs. Operations on a closed reader
-/// throw "No database is open."; SQLite's failures pass through as `DatabaseError`. Opening a file and reading its
-/// schema may take `MemoryBudget::ordinary`.
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs, though not one that is still being
+/// prepared. Operations on a closed reader throw "No database is open."; SQLite's failures pass through as
+/// `DatabaseError`. Opening a file and reading its schema may take `MemoryBudget::ordinary`, the records that they return
+/// included, and no certain time; a hostile file ends them as "out of memory".
 class TOLVA_EXPORT DatabaseReader {
  public:
   DatabaseReader();
@@ -87,8 +88,9 @@ class TOLVA_EXPORT DatabaseReader {
   // Preview ------------------------------------------------------------------------------------
 
   /// The summary of a database file as plain text. Opens the file on its own: the reader's open database plays no part.
-  /// Reading takes at most 2 seconds, then fails as cancelled. A failure to read the file's size and date is the
-  /// system's own `std::filesystem::filesystem_error`.
+  /// Reading the schema takes at most 2 seconds, then fails as cancelled, as it does when `task` is; waiting for a lock
+  /// of another process ends after 1.2 seconds. A failure to read the file's size and date is the system's own
+  /// `std::filesystem::filesystem_error`. Beside a database in WAL mode "-wal" and "-shm" stay behind.
   std::string preview(std::filesystem::path const& database, std::stop_token task);
 
  private:

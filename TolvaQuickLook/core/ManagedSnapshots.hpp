@@ -11,7 +11,8 @@ namespace tolva {
 std::filesystem::path defaultSnapshotRoot();
 
 /// Whether `path`, made absolute with its links resolved, lies in the user's snapshot store, whose databases are never
-/// written. A store that does not exist yet holds nothing, and so does a path that leads nowhere.
+/// written. The test is of the path alone: a second name of a snapshot elsewhere is none. A user without a home folder has
+/// no store.
 TOLVA_EXPORT bool isManagedSnapshot(std::filesystem::path const& path);
 
 }  // namespace tolva

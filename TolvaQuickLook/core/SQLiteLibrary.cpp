@@ -52,6 +52,7 @@ bool budgetAllocations() {
 
 bool prepareOnce() {
   static bool const budgeted = [] {
+    BudgetsLifted const lifted;
     bool const installed = budgetAllocations();
     GuardVFS::install();
     return installed;

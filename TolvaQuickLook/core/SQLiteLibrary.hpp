@@ -12,8 +12,8 @@ namespace tolva {
 class TOLVA_EXPORT SQLiteLibrary {
  public:
   /// Puts the memory budget under SQLite's allocator and registers the guard of files, once; later calls return at
-  /// once. Every open calls it. A program that uses SQLite on its own calls it before its first use of SQLite: once
-  /// SQLite is initialised its allocator is fixed, and hostile files can then take more memory and time than the
+  /// once. Every open calls it. A program that uses SQLite on its own calls it before the first use of SQLite by any of
+  /// its threads: once SQLite is initialised its allocator is fixed, and hostile files can then take more memory and time than the
   /// budgets say.
   static void prepare();
 

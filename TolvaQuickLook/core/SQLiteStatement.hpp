@@ -28,7 +28,7 @@ class TOLVA_EXPORT SQLiteStatement {
   /// Compiles the first statement of `sql`; throws with SQLite's message.
   SQLiteStatement(std::shared_ptr<SQLiteConnection> connection, std::string_view sql);
 
-  /// Adopts a prepared handle.
+  /// Adopts a prepared handle, which is not null.
   SQLiteStatement(std::shared_ptr<SQLiteConnection> connection, sqlite3_stmt* handle);
 
   ~SQLiteStatement();

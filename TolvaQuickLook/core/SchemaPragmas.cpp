@@ -4,9 +4,12 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
-#include <string_view>
+#include <chrono>
+#include <iterator>
+#include <optional>
 
+#include "core/KeptText.hpp"
+#include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "platform/ASCIICase.hpp"
@@ -15,9 +18,11 @@
 namespace tolva {
 namespace {
 
-bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
+using namespace std::chrono_literals;
 
-std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
+constexpr auto flagsBudget = 100ms;  // thousands of tables take a few
+
+bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
 
 /// Keeps SQLite from resolving views for a scope.
 class ViewsDisabled {
@@ -42,26 +47,49 @@ std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::strin
     SQLiteValue const hidden = row.value(6, /*full=*/false);
     if (hidden == SQLiteValue(1)) continue;  // a hidden column of a virtual table
     SQLiteValue const defaultSQL = row.value(4, /*full=*/false);
-    columns.push_back({.name = shown(row, 1),
-                       .type = shown(row, 2),
+    columns.push_back({.name = keptText(row, 1),
+                       .type = keptText(row, 2),
                        .required = isOne(row, 3),
-                       .primaryKey = integerFromText(shown(row, 5)).value_or(0),
-                       .defaultSQL = defaultSQL.isNull() ? std::nullopt : std::optional(defaultSQL.display()),
+                       .primaryKey = integerFromText(keptText(row, 5)).value_or(0),
+                       .defaultSQL = defaultSQL.isNull() ? std::nullopt : std::optional(keptText(row, 4)),
                        .generated = hidden != SQLiteValue(0)});
   }
   return columns;
 }
 
-/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts. It
-/// resolves every view of the file that it comes across, which in a hostile file takes minutes, so views are off.
+/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts.
 void readFlags(SQLiteConnection& connection, TableSchema& schema) {
-  ViewsDisabled const disabled(connection);
   SQLiteStatement row = connection.prepare("PRAGMA table_list(" + quoteIdentifier(schema.object.name) + ")");
   while (row.step()) {
     if (row.value(1, /*full=*/false) != SQLiteValue(schema.object.name)) continue;
     schema.withoutRowID = isOne(row, 4);
     schema.strict = isOne(row, 5);
   }
+}
+
+/// False where it takes too long. `table_list` begins with resolving all views of the file, again from the start for
+/// each object while one of them cannot be resolved: minutes in a hostile file. So views are off, which makes each try
+/// cheap, and there is a limit all the same.
+bool readFlagsInTime(SQLiteConnection& connection, TableSchema& schema) {
+  ViewsDisabled const disabled(connection);
+  MemoryBudget const budget(MemoryBudget::unlimited, uptime() + flagsBudget);
+  try {
+    readFlags(connection, schema);
+    return true;
+  } catch (DatabaseError const&) {
+    if (!MemoryBudget::ranOutOfTime()) throw;
+    return false;
+  }
+}
+
+/// Reads the flags of an ordinary table from an empty copy of it, in a database where it is alone.
+void readFlagsOfCopy(SQLiteConnection& connection, TableSchema& schema) {
+  SQLiteStatement row = connection.prepare("SELECT sql FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > 0",
+                                           {"table", schema.object.name});
+  if (!row.step()) return;  // a view has no flags; of a virtual table they cannot be had
+  auto const scratch = SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
+  scratch->execute(row.value(0, /*full=*/true).display());
+  readFlags(*scratch, schema);
 }
 
 bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
@@ -108,7 +136,7 @@ std::vector<std::string> rowIdentity(SQLiteConnection& connection, TableSchema c
 std::string indexColumns(SQLiteConnection& connection, std::string const& index) {
   SQLiteStatement row = connection.prepare("PRAGMA index_xinfo(" + quoteIdentifier(index) + ")");
   std::string columns;
-  for (bool first = true; row.step(); first = false) columns += (first ? "" : ", ") + shown(row, 2);
+  for (bool first = true; row.step(); first = false) columns += (first ? "" : ", ") + keptText(row, 2);
   return columns;
 }
 
@@ -116,7 +144,7 @@ std::vector<StructureDetails::Row> readIndexes(SQLiteConnection& connection, std
   SQLiteStatement row = connection.prepare("PRAGMA index_list(" + quoteIdentifier(table) + ")");
   std::vector<StructureDetails::Row> indexes;
   while (row.step()) {
-    std::string const name = shown(row, 1);
+    std::string const name = keptText(row, 1);
     indexes.push_back({name, isOne(row, 2) ? "Unique" : "", indexColumns(connection, name)});
   }
   return indexes;
@@ -126,8 +154,8 @@ std::vector<StructureDetails::Row> readForeignKeys(SQLiteConnection& connection,
   SQLiteStatement row = connection.prepare("PRAGMA foreign_key_list(" + quoteIdentifier(table) + ")");
   std::vector<StructureDetails::Row> keys;
   while (row.step()) {
-    keys.push_back({shown(row, 3), shown(row, 2) + "." + shown(row, 4),
-                    "Update: " + shown(row, 5) + " · Delete: " + shown(row, 6)});
+    keys.push_back({keptText(row, 3), keptText(row, 2) + "." + keptText(row, 4),
+                    "Update: " + keptText(row, 5) + " · Delete: " + keptText(row, 6)});
   }
   return keys;
 }
@@ -137,8 +165,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
       "SELECT name, sql FROM sqlite_schema WHERE type = ? AND tbl_name = ? ORDER BY name", {"trigger", table});
   std::vector<StructureDetails::Row> triggers;
   while (row.step()) {
-    StructureDetails::Row& trigger = triggers.emplace_back();
-    for (SQLiteValue const& value : row.row(/*full=*/false)) trigger.push_back(value.display());
+    triggers.push_back({keptText(row, 0), keptText(row, 1)});
   }
   return triggers;
 }
@@ -147,7 +174,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
 
 TableSchema readSchema(SQLiteConnection& connection, DatabaseObject const& object) {
   TableSchema schema{.object = object, .columns = readColumns(connection, object.name)};
-  readFlags(connection, schema);
+  if (!readFlagsInTime(connection, schema)) readFlagsOfCopy(connection, schema);
   schema.identity = rowIdentity(connection, schema);
   return schema;
 }

@@ -3,11 +3,12 @@
 
 #include <string>
 
-#include "core/SQLiteConnection.hpp"
 #include "core/StructureDetails.hpp"
 #include "core/TableSchema.hpp"
 
 namespace tolva {
+
+class SQLiteConnection;
 
 // What SQLite's pragmas tell of one object (https://sqlite.org/pragma.html), in the records of this system. Called in
 // the turn of the connection's service; failures are SQLite's own.

@@ -26,7 +26,11 @@ constexpr std::string_view help =
 
 void write(std::FILE* stream, std::string_view text) { std::fwrite(text.data(), 1, text.size(), stream); }
 
-void complain(std::string const& text) { write(stderr, "tolva-quicklook: " + text + "\n"); }
+/// Behind what was printed before, where both streams lead to one place.
+void complain(std::string const& text) {
+  std::fflush(stdout);
+  write(stderr, "tolva-quicklook: " + text + "\n");
+}
 
 /// The replies of one run on standard output, each apart from the one before by an empty line.
 class Replies {

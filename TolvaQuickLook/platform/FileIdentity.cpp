@@ -19,12 +19,6 @@ namespace {
 
 constexpr std::int64_t secondsFrom1970To2001 = 978'307'200;
 
-std::optional<FileNode> nodeOf(int folder, char const* name, int flags) {
-  struct stat status {};
-  if (::fstatat(folder, name, &status, flags) != 0) return std::nullopt;
-  return FileNode{status.st_dev, status.st_ino};
-}
-
 /// The number of the file system under `descriptor`; 0 where it has none.
 std::uint64_t fileSystemNumber(int descriptor, std::filesystem::path const& path) {
   struct statfs system {};
@@ -57,14 +51,6 @@ std::string identityAt(int folder, std::filesystem::path const& path, int flags,
 }
 
 }  // namespace
-
-std::optional<FileNode> fileNode(std::filesystem::path const& path) { return nodeOf(AT_FDCWD, path.c_str(), 0); }
-
-std::optional<FileNode> fileNode(int folder, std::string const& name) {
-  return nodeOf(folder, name.c_str(), AT_SYMLINK_NOFOLLOW);
-}
-
-std::optional<FileNode> fileNode(int descriptor) { return nodeOf(descriptor, "", AT_EMPTY_PATH); }
 
 std::string fileIdentity(std::filesystem::path const& path, EpochYear epoch) {
   return identityAt(AT_FDCWD, path, 0, epoch);

@@ -50,7 +50,7 @@ class TOLVA_EXPORT JSONWriter {
   }
 
   /// Throws `JSONError` unless `real` is finite.
-  void value(double real);
+  void value(std::same_as<double> auto real) { writeReal(real); }
   void value(std::string_view text);
 
   /// Bytes as base64 text.
@@ -61,6 +61,7 @@ class TOLVA_EXPORT JSONWriter {
   void end(char bracket);
   void separate();
   void writeBoolean(bool truth);
+  void writeReal(double real);
   void writeSigned(std::int64_t whole);
   void writeUnsigned(std::uint64_t whole);
 

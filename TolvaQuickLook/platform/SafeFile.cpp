@@ -23,35 +23,17 @@ int openForReading(int folder, std::filesystem::path const& path, Links links) {
   int const noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
   struct stat status {};
   // Looked at first, because opening some devices sets them going. What is opened is looked at again.
-  if (::fstatat(folder, path.c_str(), &status, noFollow != 0 ? AT_SYMLINK_NOFOLLOW : 0) == 0 &&
-      !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
-    refuseIrregular(path);
+  if (::fstatat(folder, path.c_str(), &status, noFollow != 0 ? AT_SYMLINK_NOFOLLOW : 0) == 0) {
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) refuseIrregular(path);
+    int const parked = LockedFiles::takeParked({status.st_dev, status.st_ino});
+    if (parked >= 0) return parked;
+  }
   int descriptor = -1;
   do {
     descriptor = ::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow);
   } while (descriptor < 0 && errno == EINTR);
   if (descriptor < 0) throwFileError("The file cannot be opened", path);
   return descriptor;
-}
-
-struct stat statusOf(int descriptor, std::filesystem::path const& path) {
-  struct stat status {};
-  if (::fstat(descriptor, &status) != 0) throwFileError("The file cannot be inspected", path);
-  return status;
-}
-
-std::chrono::system_clock::time_point timeOf(timespec const& time) {
-  return std::chrono::system_clock::time_point(std::chrono::duration_cast<std::chrono::system_clock::duration>(
-      std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec)));
-}
-
-FileStatus recordOf(struct stat const& status) {
-  return {.node = {status.st_dev, status.st_ino},
-          .size = static_cast<std::uint64_t>(status.st_size),
-          .modified = timeOf(status.st_mtim),
-          .changed = timeOf(status.st_ctim),
-          .links = status.st_nlink,
-          .owner = status.st_uid};
 }
 
 /// Calls `readSome(rest)` until `into` is full or the file ends.
@@ -79,9 +61,8 @@ SafeFile::SafeFile(int folder, std::string const& name, Links links) : SafeFile(
 void SafeFile::open(int folder, std::filesystem::path const& path, Links links) {
   path_ = path;
   descriptor_ = openForReading(folder, path, links);
-  struct stat const status = statusOf(descriptor_, path_);
-  if (!S_ISREG(status.st_mode)) refuseIrregular(path_);
-  opened_ = recordOf(status);
+  opened_ = fileStatus(descriptor_, path_);
+  if (!opened_.regular) refuseIrregular(path_);
 }
 
 SafeFile::~SafeFile() {
@@ -98,7 +79,7 @@ SafeFile& SafeFile::operator=(SafeFile&& other) noexcept {
   return *this;
 }
 
-FileStatus SafeFile::status() const { return recordOf(statusOf(descriptor_, path_)); }
+FileStatus SafeFile::status() const { return fileStatus(descriptor_, path_); }
 
 std::size_t SafeFile::read(std::span<std::uint8_t> into) {
   return fill(into, path_, [&](auto rest, std::size_t) { return ::read(descriptor_, rest.data(), rest.size()); });

@@ -9,20 +9,9 @@
 
 #include "platform/Bytes.hpp"
 #include "platform/Export.hpp"
-#include "platform/FileIdentity.hpp"
+#include "platform/FileStatus.hpp"
 
 namespace tolva {
-
-/// What the file system says of a file at one moment; equal as long as nobody wrote to it. A value.
-struct FileStatus {
-  FileNode node;
-  std::uint64_t size = 0;  // bytes
-  std::chrono::system_clock::time_point modified;
-  std::chrono::system_clock::time_point changed;  // of the content or of what is told here
-  std::uint64_t links = 0;                        // hard links
-  uid_t owner = 0;
-  friend bool operator==(FileStatus const&, FileStatus const&) = default;
-};
 
 /// Whether a link as the last part of a path leads on or is refused (with ELOOP).
 enum class Links { follow, refuse };

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/FileIdentity.hpp"
 #include "platform/SafeFile.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TemporaryDatabase.hpp"
