@@ -65,12 +65,11 @@ RowClauses rowClauses(TableSchema const& schema, BrowseRequest const& request) {
     addFilter(clauses, filter);
   }
   if (!request.search.empty()) addSearch(clauses, schema, request.search);
-  clauses.order = quoted(schema.identity);
   if (request.sort) {
     if (!hasColumn(schema, request.sort->column)) throw DatabaseError("The sorted column no longer exists.");
-    char const* const direction = request.sort->ascending ? " ASC" : " DESC";
-    clauses.order.insert(clauses.order.begin(), quoteIdentifier(request.sort->column) + direction);
+    clauses.order.push_back(quoteIdentifier(request.sort->column) + (request.sort->ascending ? " ASC" : " DESC"));
   }
+  for (std::string const& name : schema.identity) clauses.order.push_back(quoteIdentifier(name));
   return clauses;
 }
 

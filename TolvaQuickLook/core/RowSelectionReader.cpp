@@ -26,7 +26,7 @@ constexpr Limit selectionMemory{
 /// The identities of the first `most` rows in order.
 BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request, std::int64_t most) {
   RowClauses clauses = rowClauses(schema, request);
-  clauses.parameters.push_back(most);
+  clauses.parameters.emplace_back(most);
   return {.sql = "SELECT " + joined(quoted(schema.identity), ",") + clauses.text(schema.object.name) + " LIMIT ?",
           .parameters = std::move(clauses.parameters)};
 }

@@ -41,11 +41,11 @@ BuiltQuery TableQueryBuilder::build(TableSchema const& schema, BrowseRequest con
       .parameters = std::move(clauses.parameters)};
   if (scope.limit) {
     query.sql += " LIMIT ?";
-    query.parameters.push_back(std::clamp(*scope.limit, leastRows, mostRows));
+    query.parameters.emplace_back(std::clamp(*scope.limit, leastRows, mostRows));
   }
   if (token && !byKey) {
     query.sql += " OFFSET ?";
-    query.parameters.push_back(token->offset);
+    query.parameters.emplace_back(token->offset);
   }
   return query;
 }
