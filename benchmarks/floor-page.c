@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 // The floor of the questions about pages: the statement of a page prepared, bound and stepped once for each page, every
-// value copied into one tagged record a value, which are used again for the next row. Nothing is allocated and no text
-// is checked. The connection's lock is held and values are read through their handles, as in the floor of read-rows.
+// value copied into one tagged record a value. The page is kept until it is whole, so each row has memory of its own, and
+// each text that is longer than a record. No text is checked. The connection's lock is held and values are read through
+// their handles, as in the floor of read-rows.
 #include <stdint.h>
 #include <string.h>
 
 #include "floor.h"
 #include "measure.h"
 
-enum { columns = 8, rowsOfPage = 500, roomForTexts = 65536 };
+enum { columns = 8, rowsOfPage = 500, roomForText = 16 };
 
 struct Value {
   int type;
@@ -18,14 +19,13 @@ struct Value {
     struct {
       char* bytes;
       int length;
+      char room[roomForText];
     } text;
   };
 };
 
-static char texts[roomForTexts];
-
-static void copyRow(sqlite3_stmt* statement, struct Value* row) {
-  char* free = texts;
+static struct Value* copyRow(sqlite3_stmt* statement) {
+  struct Value* const row = malloc((columns + 1) * sizeof *row);
   for (int column = 0; column <= columns; ++column) {  // the identity stands behind the columns
     sqlite3_value* const from = sqlite3_column_value(statement, column);
     struct Value* const to = &row[column];
@@ -36,10 +36,18 @@ static void copyRow(sqlite3_stmt* statement, struct Value* row) {
       to->real = sqlite3_value_double(from);
     } else if (to->type == SQLITE_TEXT) {
       to->text.length = sqlite3_value_bytes(from);
-      to->text.bytes = memcpy(free, sqlite3_value_text(from), (size_t)to->text.length);
-      free += to->text.length;
+      to->text.bytes = to->text.length < roomForText ? to->text.room : malloc((size_t)to->text.length);
+      memcpy(to->text.bytes, sqlite3_value_text(from), (size_t)to->text.length);
     }
   }
+  return row;
+}
+
+static void freeRow(struct Value* row) {
+  for (int column = 0; column <= columns; ++column) {
+    if (row[column].type == SQLITE_TEXT && row[column].text.length >= roomForText) free(row[column].text.bytes);
+  }
+  free(row);
 }
 
 struct Done {
@@ -49,22 +57,27 @@ struct Done {
 };
 
 static void readPage(sqlite3* database, char const* sql, int64_t key, char const* search, struct Done* done) {
-  static struct Value row[columns + 1];
+  struct Value* rows[rowsOfPage];
+  int count = 0;
   sqlite3_stmt* const statement = prepare(database, sql);
   int parameter = 0;
   for (int term = 0; search && term < 3; ++term) sqlite3_bind_text(statement, ++parameter, search, -1, SQLITE_STATIC);
   if (key >= 0) sqlite3_bind_int64(statement, ++parameter, key);
   sqlite3_bind_int64(statement, ++parameter, rowsOfPage);
   sqlite3_mutex_enter(sqlite3_db_mutex(database));
-  for (; step(statement); ++done->rows) {
-    copyRow(statement, row);
+  while (step(statement)) rows[count++] = copyRow(statement);
+  sqlite3_mutex_leave(sqlite3_db_mutex(database));
+  sqlite3_finalize(statement);
+
+  done->rows += count;
+  for (int index = 0; index < count; ++index) {
+    struct Value* const row = rows[index];
     for (int column = 0; column < columns; ++column) {
       if (row[column].type == SQLITE_INTEGER) done->integers += (uint64_t)row[column].integer;
       if (row[column].type == SQLITE_TEXT) done->bytes += row[column].text.length;
     }
+    freeRow(row);
   }
-  sqlite3_mutex_leave(sqlite3_db_mutex(database));
-  sqlite3_finalize(statement);
 }
 
 #define SELECTED \

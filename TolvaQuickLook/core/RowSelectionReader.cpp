@@ -57,7 +57,6 @@ void bindStored(SQLiteStatement const& identity, SQLiteStatement const& lookup) 
 }  // namespace
 
 std::vector<DatabaseRow> RowSelectionReader::read(RowSelection const& selection) {
-  HandleLock const held(connection_);
   if (selection.ranges().size() > 1 && hasRowsByKey()) {
     readScattered(selection);
   } else {
@@ -112,7 +111,7 @@ void RowSelectionReader::readScattered(RowSelection const& selection) {
 }
 
 void RowSelectionReader::add(RowCursor const& cursor) {
-  rows_.push_back(cursor.row());
+  rows_.push_back(cursor.row(held_));
   memorySize_ += rows_.back().memorySize();
   selectionMemory.check(memorySize_);
 }

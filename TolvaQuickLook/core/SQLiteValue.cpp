@@ -12,8 +12,6 @@
 namespace tolva {
 namespace {
 
-constexpr std::int64_t markerSize = 32;
-
 template <class... Cases>
 struct Match : Cases... {
   using Cases::operator()...;
@@ -26,12 +24,6 @@ SQLiteValue SQLiteValue::input(std::string text, std::string_view affinity) {
   if (std::optional<std::int64_t> const integer = integerFromText(text)) return *integer;
   if (std::optional<double> const real = doubleFromText(text); real && std::isfinite(*real)) return *real;
   return text;
-}
-
-std::int64_t SQLiteValue::memorySize() const {
-  if (std::string const* const text = asText()) return markerSize + static_cast<std::int64_t>(text->size());
-  if (Bytes const* const blob = asBlob()) return markerSize + static_cast<std::int64_t>(blob->size());
-  return markerSize;
 }
 
 std::string SQLiteValue::display() const {

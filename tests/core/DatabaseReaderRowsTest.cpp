@@ -338,9 +338,9 @@ TEST(DatabaseReader, EndsATableWhoseRowsAreOutOfOrder) {
   Browsed table("PRAGMA page_size = 512; CREATE TABLE t(id INTEGER PRIMARY KEY, a)" +
                 inserting("t", "i + 90, 'abcdefg'", 20));
   std::string bytes = contents(table.database.path());
-  std::size_t const last = bytes.find("abcdefg", 512) - 4;  // before the text: the row's size, its key, its header
-  ASSERT_EQ(bytes.at(last + 0), 3);
-  bytes[last - 1] = 100;
+  std::size_t const key = bytes.find("abcdefg", 512) - 4;  // the last row's, before the three bytes of its header
+  ASSERT_EQ(bytes.at(key), 110);
+  bytes[key] = 100;
   std::ofstream(table.database.path(), std::ios::binary) << bytes;
   DatabaseReader reader;
   reader.open(table.database.path(), noTask);
