@@ -3,6 +3,7 @@
 
 # No header here needs more than the standard library and the others of this list; a test compiles each alone.
 set(TOLVA_PUBLIC_HEADERS
+  core/BrowseRequest.hpp
   core/CancellationHandle.hpp
   core/CellChange.hpp
   core/ComparisonIdentity.hpp
@@ -19,6 +20,8 @@ set(TOLVA_PUBLIC_HEADERS
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
   core/RowIdentityResolver.hpp
+  core/RowPage.hpp
+  core/RowSelection.hpp
   core/SQLIdentifier.hpp
   core/SQLiteConnection.hpp
   core/SQLiteLibrary.hpp
@@ -26,12 +29,15 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteValue.hpp
   core/Stamp.hpp
   core/StructureDetails.hpp
+  core/TableFilter.hpp
+  core/TableQueryBuilder.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp
   platform/Export.hpp
   platform/TaskCancellation.hpp
   platform/ThreadSafety.hpp
   platform/Turn.hpp
+  platform/UUID.hpp
   platform/Uptime.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.

@@ -52,6 +52,8 @@ int main(int count, char** arguments) {
   if (count != 2) return 2;
   path const root = arguments[1];
   writeDatabases(root / "database");
+  writeText(root / "browse", "filters", std::string_view("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20));
+  writeText(root / "browse", "sorted", std::string_view("\2\0\1\0\3\0", 6));
   writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
   writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
   writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");

@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
 
+#include "core/BrowseRequest.hpp"
 #include "core/CancellationHandle.hpp"
 #include "core/DatabaseError.hpp"
 #include "core/DatabaseObject.hpp"
+#include "core/RowPage.hpp"
+#include "core/RowSelection.hpp"
 #include "core/StructureDetails.hpp"
 #include "core/TableSchema.hpp"
 #include "platform/Export.hpp"
@@ -57,6 +62,28 @@ class TOLVA_EXPORT DatabaseReader {
 
   /// Indexes, foreign keys and triggers of one table, for display.
   StructureDetails structure(TableSchema const& schema);
+
+  // Rows ---------------------------------------------------------------------------------------
+  //
+  // Blobs, and texts above `inlineTextLimit`, come as markers of their length. A filter or sort on a column that is not
+  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row.
+
+  /// The first page, or the one that `token` leads to: at most 500 rows, and none more once they take 4 MiB. The end of
+  /// the table is the empty page, never a short one.
+  RowPage page(TableSchema const& schema, BrowseRequest const& request, std::optional<PageToken> const& token,
+               std::stop_token task);
+
+  /// How many rows the request shows.
+  std::int64_t count(TableSchema const& schema, BrowseRequest const& request);
+
+  /// The row of this identity, its identity read whole. Nothing where there is no such row, or where `identity` is not
+  /// one value for each name of the schema's identity.
+  std::optional<DatabaseRow> row(TableSchema const& schema, std::vector<SQLiteValue> const& identity);
+
+  /// The rows at some positions of the request's order, at most 10,000 rows of 32 MiB, all from one state of the
+  /// database. Throws when there is no row at one of them.
+  std::vector<DatabaseRow> selectedRows(TableSchema const& schema, BrowseRequest const& request,
+                                        RowSelection const& indices, std::stop_token task);
 
   // Preview ------------------------------------------------------------------------------------
 

@@ -105,6 +105,14 @@ void SQLiteConnection::execute(std::string_view sql, std::initializer_list<SQLit
   execute(sql, std::span(values.begin(), values.size()));
 }
 
+void SQLiteConnection::rollBack() noexcept {
+  BudgetsLifted const lifted;
+  int ended = SQLITE_INTERRUPT;  // a cancel may hit this statement as well, and would leave the transaction open
+  while (ended == SQLITE_INTERRUPT && sqlite3_get_autocommit(db_) == 0) {
+    ended = sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr) & 0xFF;
+  }
+}
+
 DatabaseError SQLiteConnection::error(std::int32_t code) const {
   if ((code & 0xFF) == SQLITE_NOMEM && MemoryBudget::ranOutOfTime()) {
     return DatabaseError(sqlite3_errstr(SQLITE_INTERRUPT), SQLITE_INTERRUPT);
@@ -117,13 +125,7 @@ SQLiteConnection::WriteTransaction::WriteTransaction(SQLiteConnection& connectio
 }
 
 SQLiteConnection::WriteTransaction::~WriteTransaction() {
-  if (committed_) return;
-  BudgetsLifted const lifted;
-  try {
-    connection_.execute("ROLLBACK");
-  } catch (...) {
-    // What made the transaction fail is the error to tell; SQLite may have rolled back already.
-  }
+  if (!committed_) connection_.rollBack();
 }
 
 void SQLiteConnection::WriteTransaction::commit(std::stop_token const& task) {

@@ -78,6 +78,10 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
     }
   }
 
+  /// Undoes the open transaction, if there is one, also while another thread keeps cancelling. Any other failure is
+  /// ignored: what made the transaction end is the error to tell.
+  void rollBack() noexcept;
+
   // State --------------------------------------------------------------------------------------
 
   sqlite3* handle() const { return db_; }

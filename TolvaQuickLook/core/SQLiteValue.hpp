@@ -87,7 +87,11 @@ class TOLVA_EXPORT SQLiteValue {
   bool isDeferred() const { return asLargeText() || asLargeBlob(); }
 
   /// What the value is charged in memory limits: 32, and the bytes of a text or blob that is held whole.
-  std::int64_t memorySize() const;
+  std::int64_t memorySize() const {
+    if (auto const* const text = asText()) return 32 + static_cast<std::int64_t>(text->size());
+    if (auto const* const blob = asBlob()) return 32 + static_cast<std::int64_t>(blob->size());
+    return 32;
+  }
 
   /// The short text for a grid or a summary.
   std::string display() const;
