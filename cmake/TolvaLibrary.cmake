@@ -4,16 +4,27 @@
 # No header here needs more than the standard library and the others of this list; a test compiles each alone.
 set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
+  core/CellChange.hpp
+  core/ComparisonIdentity.hpp
   core/DatabaseError.hpp
+  core/DatabaseInfo.hpp
+  core/DatabaseMonitor.hpp
   core/DatabaseObject.hpp
+  core/DatabaseObservation.hpp
   core/DatabaseReader.hpp
+  core/DatabaseRow.hpp
+  core/DatabaseSession.hpp
+  core/DatabaseWriter.hpp
+  core/FileObservation.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
+  core/RowIdentityResolver.hpp
   core/SQLIdentifier.hpp
   core/SQLiteConnection.hpp
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp

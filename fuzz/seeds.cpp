@@ -57,5 +57,13 @@ int main(int count, char** arguments) {
   writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
   writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
   writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+  path const modules = root / "virtual-module";
+  writeText(modules, "plain", "CREATE VIRTUAL TABLE t USING fts5(x)");
+  writeText(modules, "longest", "create virtual table if not exists main . \"a\"\"b\" using [FTS4] /* c */ (x, y)");
+  writeText(modules, "comments",
+            "\xEF\xBB\xBF"
+            "CREATE--\nVIRTUAL/*(*/TABLE\t'using'/**/USING--x\n`fts3`;");
+  writeText(modules, "name", "[a b]USING rtree(id,a,b)");
+  writeText(modules, "table", "CREATE TABLE fts5(a DEFAULT 'USING fts5(', b CHECK(b > '--'))");
   return 0;
 }
