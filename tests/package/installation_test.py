@@ -115,7 +115,7 @@ class Installation(unittest.TestCase):
                 self.assertEqual([line for line in run(*compiler, '-M').split() if PRIVATE.search(line)], [])
 
     def test_a_program_finds_it_by_cmake(self):
-        run('cmake', '-S', TREE / 'tests/package/consumer', '-B', self.folder / 'consumer',
+        run('cmake', '-G', 'Ninja', '-S', TREE / 'tests/package/consumer', '-B', self.folder / 'consumer',
             f'-DCMAKE_PREFIX_PATH={self.prefix}', f'-DPROGRAM={PROGRAM}')
         run('cmake', '--build', self.folder / 'consumer')
         self.assert_lists_the_tables(self.folder / 'consumer' / 'list-tables')
