@@ -3,24 +3,41 @@
 
 # No header here needs more than the standard library and the others of this list; a test compiles each alone.
 set(TOLVA_PUBLIC_HEADERS
+  core/BrowseRequest.hpp
   core/CancellationHandle.hpp
+  core/CellChange.hpp
+  core/ComparisonIdentity.hpp
   core/DatabaseError.hpp
+  core/DatabaseInfo.hpp
+  core/DatabaseMonitor.hpp
   core/DatabaseObject.hpp
+  core/DatabaseObservation.hpp
   core/DatabaseReader.hpp
+  core/DatabaseRow.hpp
+  core/DatabaseSession.hpp
+  core/DatabaseWriter.hpp
+  core/FileObservation.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
+  core/RowIdentityResolver.hpp
+  core/RowPage.hpp
+  core/RowSelection.hpp
   core/SQLIdentifier.hpp
   core/SQLiteConnection.hpp
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/Stamp.hpp
   core/StructureDetails.hpp
+  core/TableFilter.hpp
+  core/TableQueryBuilder.hpp
   core/TableSchema.hpp
   platform/Bytes.hpp
   platform/Export.hpp
   platform/TaskCancellation.hpp
   platform/ThreadSafety.hpp
   platform/Turn.hpp
+  platform/UUID.hpp
   platform/Uptime.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
@@ -43,5 +60,6 @@ target_compile_features(tolva INTERFACE cxx_std_20)
 target_include_directories(tolva INTERFACE
   $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}> $<BUILD_INTERFACE:${TOLVA_PUBLIC_INCLUDES}/tolva>
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolva>)
-target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map")
+# SQLite keeps pointers into the library for the life of the process, so it is never unloaded.
+target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map" "LINKER:-z,nodelete")
 target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_core tolva_platform)

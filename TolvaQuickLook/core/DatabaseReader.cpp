@@ -2,8 +2,10 @@
 #include "core/DatabaseReader.hpp"
 
 #include <chrono>
+#include <utility>
 
 #include "core/DeadlineInterrupt.hpp"
+#include "core/KeptText.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/PreviewSummary.hpp"
 #include "core/ProgressDeadline.hpp"
@@ -43,8 +45,8 @@ std::vector<DatabaseObject> DatabaseReader::open(std::filesystem::path const& da
   Turn const turn(turns_);
   checkCancellation(task);
   TraceInterval const interval("database open");
-  MemoryBudget const budget(MemoryBudget::ordinary);
   forget();
+  MemoryBudget const budget(MemoryBudget::ordinary);
   try {
     connection_ = SQLiteConnection::open(database, {.readOnly = true}, cancellation_);
     return readObjects();
@@ -82,11 +84,11 @@ StructureDetails DatabaseReader::structure(TableSchema const& schema) {
 std::string DatabaseReader::preview(std::filesystem::path const& database, std::stop_token task) {
   Turn const turn(turns_);
   TraceInterval const interval("Quick Look generation");
+  std::shared_ptr<SQLiteConnection> connection;  // closes when the budget has gone: nobody counts what it frees
   MemoryBudget const budget(MemoryBudget::ordinary);
-  auto const connection = SQLiteConnection::open(database, {.readOnly = true});
+  connection = SQLiteConnection::open(database, {.readOnly = true});
   Uptime const deadline = uptime() + previewBudget;
-  ProgressDeadline const budgetOfTime(connection->handle(), deadline, previewPeriod, DeadlineTest::passed,
-                                      std::move(task));
+  ProgressDeadline const time(connection->handle(), deadline, previewPeriod, DeadlineTest::passed, std::move(task));
   DeadlineInterrupt const watch(connection->handle(), deadline);
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
@@ -110,9 +112,7 @@ std::vector<DatabaseObject> DatabaseReader::readObjects() {
       {"", "table", "view", "sqlite_*"});
   std::vector<DatabaseObject> objects;
   while (statement.step()) {
-    objects.push_back({.name = statement.value(0, /*full=*/false).display(),
-                       .kind = statement.value(1, /*full=*/false).display(),
-                       .sql = statement.value(2, /*full=*/false).display()});
+    objects.push_back({.name = keptText(statement, 0), .kind = keptText(statement, 1), .sql = keptText(statement, 2)});
   }
   return objects;
 }

@@ -1,16 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stop_token>
 #include <string>
 #include <vector>
 
+#include "core/BrowseRequest.hpp"
 #include "core/CancellationHandle.hpp"
 #include "core/DatabaseError.hpp"
 #include "core/DatabaseObject.hpp"
+#include "core/RowPage.hpp"
+#include "core/RowSelection.hpp"
 #include "core/StructureDetails.hpp"
 #include "core/TableSchema.hpp"
 #include "platform/Export.hpp"
@@ -23,9 +28,10 @@ class SQLiteConnection;
 /// The read service of one open database.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
-/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs. Operations on a closed reader
-/// throw "No database is open."; SQLite's failures pass through as `DatabaseError`. Opening a file and reading its
-/// schema may take `MemoryBudget::ordinary`.
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs, though not one that is still being
+/// prepared. Operations on a closed reader throw "No database is open."; SQLite's failures pass through as
+/// `DatabaseError`. Opening a file and reading its schema may take `MemoryBudget::ordinary`, the records that they return
+/// included, and no certain time; a hostile file ends them as "out of memory".
 class TOLVA_EXPORT DatabaseReader {
  public:
   DatabaseReader();
@@ -57,11 +63,34 @@ class TOLVA_EXPORT DatabaseReader {
   /// Indexes, foreign keys and triggers of one table, for display.
   StructureDetails structure(TableSchema const& schema);
 
+  // Rows ---------------------------------------------------------------------------------------
+  //
+  // Blobs, and texts above `inlineTextLimit`, come as markers of their length. A filter or sort on a column that is not
+  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row.
+
+  /// The first page, or the one that `token` leads to: at most 500 rows, and none more once they take 4 MiB. The end of
+  /// the table is the empty page, never a short one.
+  RowPage page(TableSchema const& schema, BrowseRequest const& request, std::optional<PageToken> const& token,
+               std::stop_token task);
+
+  /// How many rows the request shows.
+  std::int64_t count(TableSchema const& schema, BrowseRequest const& request);
+
+  /// The row of this identity, its identity read whole. Nothing where there is no such row, or where `identity` is not
+  /// one value for each name of the schema's identity.
+  std::optional<DatabaseRow> row(TableSchema const& schema, std::vector<SQLiteValue> const& identity);
+
+  /// The rows at some positions of the request's order, at most 10,000 rows of 32 MiB, all from one state of the
+  /// database. Throws when there is no row at one of them.
+  std::vector<DatabaseRow> selectedRows(TableSchema const& schema, BrowseRequest const& request,
+                                        RowSelection const& indices, std::stop_token task);
+
   // Preview ------------------------------------------------------------------------------------
 
   /// The summary of a database file as plain text. Opens the file on its own: the reader's open database plays no part.
-  /// Reading takes at most 2 seconds, then fails as cancelled. A failure to read the file's size and date is the
-  /// system's own `std::filesystem::filesystem_error`.
+  /// Reading the schema takes at most 2 seconds, then fails as cancelled, as it does when `task` is; waiting for a lock
+  /// of another process ends after 1.2 seconds. A failure to read the file's size and date is the system's own
+  /// `std::filesystem::filesystem_error`. Beside a database in WAL mode "-wal" and "-shm" stay behind.
   std::string preview(std::filesystem::path const& database, std::stop_token task);
 
  private:

@@ -3,7 +3,6 @@
 
 #include <thread>
 
-#include "platform/Export.hpp"
 #include "platform/Uptime.hpp"
 
 struct sqlite3;
@@ -16,7 +15,7 @@ namespace tolva {
 /// a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is noticed
 /// at the next row, and in a schema that is being parsed at the next blank. Belongs to the thread that made it, for as
 /// long as the handle is open; it watches from a thread of its own.
-class TOLVA_EXPORT DeadlineInterrupt {
+class DeadlineInterrupt {
  public:
   DeadlineInterrupt(sqlite3* handle, Uptime deadline);
   ~DeadlineInterrupt();

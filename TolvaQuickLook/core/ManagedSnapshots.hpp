@@ -3,15 +3,14 @@
 
 #include <filesystem>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// The user's own snapshot store, "Tolva/Snapshots" in the folder of application data.
 std::filesystem::path defaultSnapshotRoot();
 
 /// Whether `path`, made absolute with its links resolved, lies in the user's snapshot store, whose databases are never
-/// written. A store that does not exist yet holds nothing, and so does a path that leads nowhere.
-TOLVA_EXPORT bool isManagedSnapshot(std::filesystem::path const& path);
+/// written. The test is of the path alone: a second name of a snapshot elsewhere is none. A user without a home folder has
+/// no store.
+bool isManagedSnapshot(std::filesystem::path const& path);
 
 }  // namespace tolva

@@ -9,14 +9,16 @@
 
 namespace tolva {
 
-/// What SQLite may allocate on this thread for a scope: a number of bytes, and until when.
+/// What SQLite, and what an operation keeps of its answers, may allocate on this thread for a scope: a number of bytes, and until when.
 ///
 /// A running statement can be interrupted, but one that is still being prepared cannot, nor can a schema that is being
-/// parsed; both allocate all the time. Once a budget is spent SQLite gets no more memory until the scope ends and
-/// fails with "out of memory" (code 7). Memory that it frees counts back. Scopes nest: an allocation is charged to all
-/// of them. Belongs to the thread that made it.
+/// parsed; both allocate all the time. Once a budget is spent SQLite gets no more memory until the scope ends: a
+/// statement then fails with "out of memory" (code 7), or as cancelled where it was the time that ran out. Memory that
+/// is freed counts back. Scopes nest, and an allocation is charged to all of them.
 ///
-/// Without effect when the host program had initialised SQLite before `SQLiteLibrary::prepare`.
+/// Belongs to the thread that made it, whatever service the thread calls meanwhile; scopes end in the reverse of the
+/// order in which they began. Without effect when the host program had initialised SQLite before
+/// `SQLiteLibrary::prepare`.
 class TOLVA_EXPORT MemoryBudget {
  public:
   static constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
@@ -29,7 +31,20 @@ class TOLVA_EXPORT MemoryBudget {
   MemoryBudget(MemoryBudget const&) = delete;
   MemoryBudget& operator=(MemoryBudget const&) = delete;
 
+  /// Whether SQLite was refused memory, for want of bytes or of time.
+  bool spent() const { return spent_ != Spent::nothing; }
+
+  /// Charges `bytes` that an operation keeps of what it read to the budgets of this thread, for good: a small file can
+  /// hold one long text under many names. False when they do not fit.
+  static bool keep(std::int64_t bytes) noexcept;
+
+  /// Whether a budget of this thread was spent because its time ran out.
+  static bool ranOutOfTime() noexcept;
+
   // For the allocator under SQLite --------------------------------------------------------------
+
+  /// Puts the budgets under SQLite's allocator; called once, by `SQLiteLibrary`. False when SQLite is initialised.
+  static bool install();
 
   /// The innermost budget of this thread, or null.
   static MemoryBudget* armed() noexcept;
@@ -41,14 +56,29 @@ class TOLVA_EXPORT MemoryBudget {
   void charge(std::int64_t bytes) noexcept;
 
  private:
-  bool exceededBy(std::int64_t bytes) noexcept;
+  friend class BudgetsLifted;
+  enum class Spent { nothing, bytes, time };
+
+  Spent spentBy(std::int64_t bytes) noexcept;
 
   std::int64_t const limit_;
   Uptime const deadline_;
   MemoryBudget* const outer_;
   std::int64_t used_ = 0;
   std::uint32_t asked_ = 0;
-  bool spent_ = false;
+  Spent spent_ = Spent::nothing;
+};
+
+/// Suspends the budgets of this thread for a scope, for what must not be refused: a rollback, above all.
+class TOLVA_EXPORT BudgetsLifted {
+ public:
+  BudgetsLifted();
+  ~BudgetsLifted();
+  BudgetsLifted(BudgetsLifted const&) = delete;
+  BudgetsLifted& operator=(BudgetsLifted const&) = delete;
+
+ private:
+  MemoryBudget* const armed_;
 };
 
 }  // namespace tolva

@@ -3,15 +3,9 @@
 
 #include <sqlite3.h>
 
-#include <chrono>
+#include <utility>
 
 namespace tolva {
-namespace {
-
-// Long enough that a statement that runs always meets the progress handler first and reads as cancelled.
-constexpr std::chrono::milliseconds preparingGrace{100};
-
-}  // namespace
 
 ProgressDeadline::ProgressDeadline(sqlite3* handle, Uptime deadline, int period, DeadlineTest test,
                                    std::stop_token task)
@@ -19,17 +13,15 @@ ProgressDeadline::ProgressDeadline(sqlite3* handle, Uptime deadline, int period,
       deadline_(deadline),
       test_(test),
       task_(std::move(task)),
-      preparing_(MemoryBudget::unlimited, deadline + preparingGrace) {
-  sqlite3_progress_handler(handle_, period, isOver, this);
+      allocations_(MemoryBudget::unlimited, deadline) {
+  sqlite3_progress_handler(handle_, period, stops, this);
 }
 
 ProgressDeadline::~ProgressDeadline() { sqlite3_progress_handler(handle_, 0, nullptr, nullptr); }
 
-int ProgressDeadline::isOver(void* self) noexcept {
+int ProgressDeadline::stops(void* self) noexcept {
   auto const& budget = *static_cast<ProgressDeadline const*>(self);
-  if (budget.task_.stop_requested()) return 1;
-  Uptime const now = uptime();
-  return budget.test_ == DeadlineTest::passed ? budget.deadline_ < now : now >= budget.deadline_;
+  return budget.task_.stop_requested() || isOver(budget.deadline_, uptime(), budget.test_);
 }
 
 }  // namespace tolva

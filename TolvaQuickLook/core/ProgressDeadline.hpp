@@ -17,12 +17,15 @@ enum class DeadlineTest {
   reached,  // once now has reached it
 };
 
+inline bool isOver(Uptime deadline, Uptime now, DeadlineTest test) {
+  return test == DeadlineTest::passed ? deadline < now : deadline <= now;
+}
+
 /// A time budget for the statements of one handle, for a scope: a statement that runs over it, or whose `task` is
 /// cancelled, fails as cancelled.
 ///
-/// The clock is asked every `period` operations of SQLite's virtual machine. A statement that is still being prepared
-/// runs none; it is stopped at its first allocations after the deadline and a grace of 0.1 seconds, as "out of memory".
-/// Belongs to the thread that made it, for as long as the handle is open. One at a time for a handle.
+/// The clock is asked every `period` operations of SQLite's virtual machine, and now and then when SQLite allocates: a
+/// statement that is still being prepared runs no operations. Belongs to the thread that made it, for as long as the handle is open. One at a time for a handle.
 class TOLVA_EXPORT ProgressDeadline {
  public:
   ProgressDeadline(sqlite3* handle, Uptime deadline, int period, DeadlineTest test, std::stop_token task);
@@ -31,13 +34,13 @@ class TOLVA_EXPORT ProgressDeadline {
   ProgressDeadline& operator=(ProgressDeadline const&) = delete;
 
  private:
-  static int isOver(void* self) noexcept;
+  static int stops(void* self) noexcept;
 
   sqlite3* const handle_;
   Uptime const deadline_;
   DeadlineTest const test_;
   std::stop_token const task_;
-  MemoryBudget const preparing_;
+  MemoryBudget const allocations_;
 };
 
 }  // namespace tolva

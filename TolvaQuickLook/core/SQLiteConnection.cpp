@@ -3,8 +3,11 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 #include "core/GuardVFS.hpp"
 #include "core/ManagedSnapshots.hpp"
+#include "core/MemoryBudget.hpp"
 #include "core/SQLiteLibrary.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "platform/UTF8.hpp"
@@ -21,21 +24,31 @@ int openFlags(OpenOptions const& options) {
   return flags;
 }
 
+[[noreturn]] void failToOpen() { throw DatabaseError("unable to open database file", SQLITE_CANTOPEN); }
+
 /// The name for SQLite. An absolute path is never read as a URI, which a library built with URI names on would do with
-/// "file:...", nor as the private temporary database that an empty name means.
+/// "file:...", nor as the private temporary database that an empty name means. SQLite would end a name at its first NUL
+/// and open another file.
 std::string databaseName(std::filesystem::path const& path, OpenOptions const& options) {
   if (options.inMemory) return ":memory:";
-  return path.is_absolute() ? path.string() : (std::filesystem::current_path() / path).string();
+  std::error_code noFolder;
+  std::string const name = (path.is_absolute() ? path : std::filesystem::current_path(noFolder) / path).string();
+  if (noFolder || name.find('\0') != name.npos) failToOpen();
+  return name;
 }
 
+struct Close {
+  void operator()(sqlite3* db) const { sqlite3_close(db); }
+};
+using Handle = std::unique_ptr<sqlite3, Close>;
+
 /// Opens the handle, or throws with its message and leaves nothing behind.
-sqlite3* openHandle(std::string const& name, int flags) {
-  sqlite3* db = nullptr;
-  int const opened = sqlite3_open_v2(name.c_str(), &db, flags, GuardVFS::name);
-  if (opened == SQLITE_OK && db) return db;
-  std::string const detail = db ? repairUTF8(sqlite3_errmsg(db)) : "Unable to open database";
-  sqlite3_close(db);
-  throw DatabaseError(detail, opened);
+Handle openHandle(std::string const& name, int flags) {
+  sqlite3* opened = nullptr;
+  int const result = sqlite3_open_v2(name.c_str(), &opened, flags, GuardVFS::name);
+  Handle handle(opened);
+  if (result == SQLITE_OK && handle) return handle;
+  throw DatabaseError(handle ? repairUTF8(sqlite3_errmsg(opened)) : "Unable to open database", result);
 }
 
 }  // namespace
@@ -46,8 +59,11 @@ std::shared_ptr<SQLiteConnection> SQLiteConnection::open(std::filesystem::path c
   if (!options.readOnly && !options.allowSnapshotWrite && isManagedSnapshot(path)) {
     throw DatabaseError("Historical snapshots cannot be modified.", SQLITE_READONLY);
   }
-  sqlite3* const db = openHandle(databaseName(path, options), openFlags(options));
-  std::shared_ptr<SQLiteConnection> connection(new SQLiteConnection(db, std::move(cancellation), options.readOnly));
+  if (!cancellation) cancellation = std::make_shared<CancellationHandle>();
+  Handle handle = openHandle(databaseName(path, options), openFlags(options));
+  auto* const made = new SQLiteConnection(handle.get(), std::move(cancellation), options.readOnly);
+  handle.release();
+  std::shared_ptr<SQLiteConnection> const connection(made);
   connection->configure();
   return connection;
 }
@@ -89,7 +105,18 @@ void SQLiteConnection::execute(std::string_view sql, std::initializer_list<SQLit
   execute(sql, std::span(values.begin(), values.size()));
 }
 
+void SQLiteConnection::rollBack() noexcept {
+  BudgetsLifted const lifted;
+  int ended = SQLITE_INTERRUPT;  // a cancel may hit this statement as well, and would leave the transaction open
+  while (ended == SQLITE_INTERRUPT && sqlite3_get_autocommit(db_) == 0) {
+    ended = sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr) & 0xFF;
+  }
+}
+
 DatabaseError SQLiteConnection::error(std::int32_t code) const {
+  if ((code & 0xFF) == SQLITE_NOMEM && MemoryBudget::ranOutOfTime()) {
+    return DatabaseError(sqlite3_errstr(SQLITE_INTERRUPT), SQLITE_INTERRUPT);
+  }
   return DatabaseError(repairUTF8(sqlite3_errmsg(db_)), code);
 }
 
@@ -98,12 +125,7 @@ SQLiteConnection::WriteTransaction::WriteTransaction(SQLiteConnection& connectio
 }
 
 SQLiteConnection::WriteTransaction::~WriteTransaction() {
-  if (committed_) return;
-  try {
-    connection_.execute("ROLLBACK");
-  } catch (...) {
-    // What made the transaction fail is the error to tell; SQLite may have rolled back already.
-  }
+  if (!committed_) connection_.rollBack();
 }
 
 void SQLiteConnection::WriteTransaction::commit(std::stop_token const& task) {

@@ -26,9 +26,9 @@ class SQLiteStatement;
 
 struct OpenOptions {
   bool readOnly = true;
-  bool create = false;              // ignored when read-only
-  bool allowURI = false;            // lets ATTACH take file names as URIs; `path` itself never is one
-  bool inMemory = false;            // `path` is not used
+  bool create = false;    // ignored when read-only
+  bool allowURI = false;  // lets ATTACH take names as URIs, which Debian's SQLite does anyway; `path` never is one
+  bool inMemory = false;  // `path` is not used
   bool allowSnapshotWrite = false;  // only the snapshot copy itself may set it
 };
 
@@ -65,6 +65,7 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
   /// `task`, rolls back and is thrown. `task` is tested before both and not in between; there is no nesting.
   template <class Body>
   auto transaction(Body&& body, std::stop_token task) -> std::invoke_result_t<Body> {
+    static_assert(!std::is_reference_v<std::invoke_result_t<Body>>, "the result outlives the body");
     checkCancellation(task);
     WriteTransaction open(*this);
     if constexpr (std::is_void_v<std::invoke_result_t<Body>>) {
@@ -77,13 +78,18 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
     }
   }
 
+  /// Undoes the open transaction, if there is one, also while another thread keeps cancelling. Any other failure is
+  /// ignored: what made the transaction end is the error to tell.
+  void rollBack() noexcept;
+
   // State --------------------------------------------------------------------------------------
 
   sqlite3* handle() const { return db_; }
   std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
   bool readOnly() const { return readOnly_; }
 
-  /// A `DatabaseError` of `code` with SQLite's current message for this handle.
+  /// A `DatabaseError` of `code` with SQLite's current message for this handle. Memory that was refused because a time
+  /// budget ran out reads as the interruption that it is.
   DatabaseError error(std::int32_t code) const;
 
  private:
@@ -111,7 +117,7 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
 };
 
 /// Keeps the mutex of a handle for a scope, so that the calls of a loop over rows need not take it one by one.
-/// Belongs to the thread that made it; another thread may still cancel the statement.
+/// Belongs to the thread that made it, and ends before the connection; another thread may still cancel the statement.
 class TOLVA_EXPORT HandleLock {
  public:
   explicit HandleLock(SQLiteConnection const& connection);

@@ -76,44 +76,62 @@ std::vector<std::string> SQLiteStatement::names() const {
   return names;
 }
 
+/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway, and hands
+/// what it read to `take`, which makes the value where it is to stand.
+template <class Take>
+void SQLiteStatement::readColumn(int index, bool full, Take const& take) const {
+  sqlite3_value* const column = sqlite3_column_value(handle_, index);
+  switch (sqlite3_value_type(column)) {
+    case SQLITE_INTEGER:
+      return take(std::int64_t{sqlite3_value_int64(column)});
+    case SQLITE_FLOAT:
+      return take(sqlite3_value_double(column));
+    case SQLITE_TEXT: {
+      int const bytes = sqlite3_value_bytes(column);
+      if (!full && bytes > inlineTextLimit) return take(LargeText{bytes});
+      auto const* const text = reinterpret_cast<char const*>(sqlite3_value_text(column));
+      if (!text) return take(textWithoutBytes());
+      return take(repairUTF8({text, static_cast<std::size_t>(bytes)}));
+    }
+    case SQLITE_BLOB: {
+      int const bytes = sqlite3_value_bytes(column);
+      if (!full) return take(LargeBlob{bytes});
+      auto const* const blob = static_cast<std::uint8_t const*>(sqlite3_value_blob(column));
+      return take(blob ? Bytes(blob, blob + bytes) : Bytes());
+    }
+    default:
+      return take(Null{});
+  }
+}
+
 SQLiteValue SQLiteStatement::value(int index, bool full) const {
   HandleLock const held(*connection_);
-  return columnValue(index, full);
+  SQLiteValue value;
+  readColumn(index, full, [&](auto&& read) { value = std::forward<decltype(read)>(read); });
+  return value;
 }
 
 std::vector<SQLiteValue> SQLiteStatement::row(bool full) const {
   HandleLock const held(*connection_);
-  int const count = columnCount();
   std::vector<SQLiteValue> values;
-  values.reserve(static_cast<std::size_t>(count));
-  for (int column = 0; column < count; ++column) values.push_back(columnValue(column, full));
+  append(values, 0, columnCount(), full, held);
   return values;
 }
 
-/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway.
-SQLiteValue SQLiteStatement::columnValue(int index, bool full) const {
-  sqlite3_value* const column = sqlite3_column_value(handle_, index);
-  switch (sqlite3_value_type(column)) {
-    case SQLITE_INTEGER:
-      return SQLiteValue::integer(sqlite3_value_int64(column));
-    case SQLITE_FLOAT:
-      return SQLiteValue::real(sqlite3_value_double(column));
-    case SQLITE_TEXT: {
-      int const bytes = sqlite3_value_bytes(column);
-      if (!full && bytes > inlineTextLimit) return SQLiteValue::largeText(bytes);
-      auto const* const text = reinterpret_cast<char const*>(sqlite3_value_text(column));
-      if (!text) return textWithoutBytes();
-      return SQLiteValue::text(repairUTF8({text, static_cast<std::size_t>(bytes)}));
-    }
-    case SQLITE_BLOB: {
-      int const bytes = sqlite3_value_bytes(column);
-      if (!full) return SQLiteValue::largeBlob(bytes);
-      auto const* const blob = static_cast<std::uint8_t const*>(sqlite3_value_blob(column));
-      return SQLiteValue::blob(blob ? Bytes(blob, blob + bytes) : Bytes());
-    }
-    default:
-      return SQLiteValue::null();
+void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int count, bool full,
+                             HandleLock const&) const {
+  values.reserve(values.size() + static_cast<std::size_t>(count));
+  for (int column = first; column < first + count; ++column) {
+    readColumn(column, full, [&](auto&& read) { values.emplace_back(std::forward<decltype(read)>(read)); });
   }
+}
+
+bool SQLiteStatement::holds(int index, std::string_view text) const {
+  HandleLock const held(*connection_);
+  sqlite3_value* const column = sqlite3_column_value(handle_, index);
+  auto const bytes = static_cast<std::size_t>(sqlite3_value_bytes(column));
+  auto const* const stored = reinterpret_cast<char const*>(sqlite3_value_text(column));
+  return stored ? std::string_view(stored, bytes) == text : text.empty();
 }
 
 /// SQLite gives no pointer for a text only when it could not convert it for lack of memory, which must not read as an

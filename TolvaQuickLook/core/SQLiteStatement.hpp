@@ -28,7 +28,7 @@ class TOLVA_EXPORT SQLiteStatement {
   /// Compiles the first statement of `sql`; throws with SQLite's message.
   SQLiteStatement(std::shared_ptr<SQLiteConnection> connection, std::string_view sql);
 
-  /// Adopts a prepared handle.
+  /// Adopts a prepared handle, which is not null.
   SQLiteStatement(std::shared_ptr<SQLiteConnection> connection, sqlite3_stmt* handle);
 
   ~SQLiteStatement();
@@ -57,12 +57,19 @@ class TOLVA_EXPORT SQLiteStatement {
   /// All columns, by the same rules.
   std::vector<SQLiteValue> row(bool full) const;
 
+  /// Reads `count` columns from `first` on, by the same rules, to the end of `values`; under the caller's lock.
+  void append(std::vector<SQLiteValue>& values, int first, int count, bool full, HandleLock const& held) const;
+
+  /// Whether a text column holds exactly `text`, which it does not where `text` is what was repaired in it.
+  bool holds(int index, std::string_view text) const;
+
   sqlite3_stmt* handle() const { return handle_; }
   std::shared_ptr<SQLiteConnection> const& connection() const { return connection_; }
 
  private:
   void bindOne(int parameter, SQLiteValue const& value);
-  SQLiteValue columnValue(int index, bool full) const;  // under the handle's mutex
+  template <class Take>
+  void readColumn(int index, bool full, Take const& take) const;  // under the handle's mutex
   SQLiteValue textWithoutBytes() const;
 
   std::shared_ptr<SQLiteConnection> const connection_;

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <optional>
 
+#include "core/DeclaredType.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/DoubleText.hpp"
 #include "platform/FileSizeText.hpp"
@@ -11,31 +12,20 @@
 namespace tolva {
 namespace {
 
-constexpr std::int64_t markerSize = 32;
-
 template <class... Cases>
 struct Match : Cases... {
   using Cases::operator()...;
 };
-
-bool holdsText(std::string const& type) {
-  return type.find("CHAR") != type.npos || type.find("CLOB") != type.npos || type.find("TEXT") != type.npos;
-}
+template <class... Cases>
+Match(Cases...) -> Match<Cases...>;  // clang 14 needs it said
 
 }  // namespace
 
 SQLiteValue SQLiteValue::input(std::string text, std::string_view affinity) {
-  std::string const type = upperASCII(affinity);
-  if (holdsText(type) || type.empty() || type == "BLOB") return text;
+  if (declaresText(affinity) || affinity.empty() || upperASCII(affinity) == "BLOB") return text;
   if (std::optional<std::int64_t> const integer = integerFromText(text)) return *integer;
   if (std::optional<double> const real = doubleFromText(text); real && std::isfinite(*real)) return *real;
   return text;
-}
-
-std::int64_t SQLiteValue::memorySize() const {
-  if (std::string const* const text = asText()) return markerSize + static_cast<std::int64_t>(text->size());
-  if (Bytes const* const blob = asBlob()) return markerSize + static_cast<std::int64_t>(blob->size());
-  return markerSize;
 }
 
 std::string SQLiteValue::display() const {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -44,9 +45,13 @@ class TOLVA_EXPORT SQLiteValue {
   SQLiteValue() : payload_(Null{}) {}
   SQLiteValue(Null) : payload_(Null{}) {}
   template <std::integral Integer>
-  requires(!std::same_as<Integer, bool> && !std::same_as<Integer, char>) SQLiteValue(Integer value)
+  requires(std::signed_integral<Integer> || sizeof(Integer) < sizeof(std::int64_t)) SQLiteValue(Integer value)
       : payload_(std::int64_t{value}) {}
-  SQLiteValue(double value) : payload_(value) {}
+  SQLiteValue(bool) = delete;  // SQLite has no booleans, and a character is no number
+  SQLiteValue(char) = delete;
+  SQLiteValue(std::nullptr_t) = delete;
+  template <std::floating_point Real>
+  SQLiteValue(Real value) : payload_(double{value}) {}
   SQLiteValue(std::string text) : payload_(std::move(text)) {}
   SQLiteValue(std::string_view text) : payload_(std::string(text)) {}
   SQLiteValue(char const* text) : payload_(std::string(text)) {}
@@ -82,7 +87,11 @@ class TOLVA_EXPORT SQLiteValue {
   bool isDeferred() const { return asLargeText() || asLargeBlob(); }
 
   /// What the value is charged in memory limits: 32, and the bytes of a text or blob that is held whole.
-  std::int64_t memorySize() const;
+  std::int64_t memorySize() const {
+    if (auto const* const text = asText()) return 32 + static_cast<std::int64_t>(text->size());
+    if (auto const* const blob = asBlob()) return 32 + static_cast<std::int64_t>(blob->size());
+    return 32;
+  }
 
   /// The short text for a grid or a summary.
   std::string display() const;

@@ -1,16 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/SchemaPragmas.hpp"
 
-#include <sqlite3.h>
-
 #include <algorithm>
-#include <array>
 #include <chrono>
-#include <string_view>
+#include <iterator>
+#include <optional>
 
+#include "core/KeptText.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
-#include "core/SQLiteLibrary.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/DoubleText.hpp"
@@ -18,31 +16,13 @@
 namespace tolva {
 namespace {
 
-// What resolving the views of a file may take.
+using namespace std::chrono_literals;
+
+// What resolving the views of a file may take before a table's flags are read otherwise.
 constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
-constexpr std::chrono::milliseconds resolvingTime{50};
+constexpr auto resolvingTime = 50ms;
 
 bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
-
-std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
-
-int denySelects(void*, int action, char const*, char const*, char const*, char const*) noexcept {
-  return action == SQLITE_SELECT ? SQLITE_DENY : SQLITE_OK;
-}
-
-/// Keeps SQLite from resolving views for a scope, in which no query can be prepared.
-class SelectsDenied {
- public:
-  explicit SelectsDenied(SQLiteConnection const& connection) : db_(connection.handle()) {
-    sqlite3_set_authorizer(db_, denySelects, nullptr);
-  }
-  ~SelectsDenied() { sqlite3_set_authorizer(db_, nullptr, nullptr); }
-  SelectsDenied(SelectsDenied const&) = delete;
-  SelectsDenied& operator=(SelectsDenied const&) = delete;
-
- private:
-  sqlite3* const db_;
-};
 
 std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::string const& object) {
   SQLiteStatement row = connection.prepare("PRAGMA table_xinfo(" + quoteIdentifier(object) + ")");
@@ -51,18 +31,18 @@ std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::strin
     SQLiteValue const hidden = row.value(6, /*full=*/false);
     if (hidden == SQLiteValue(1)) continue;  // a hidden column of a virtual table
     SQLiteValue const defaultSQL = row.value(4, /*full=*/false);
-    columns.push_back({.name = shown(row, 1),
-                       .type = shown(row, 2),
+    columns.push_back({.name = keptText(row, 1),
+                       .type = keptText(row, 2),
                        .required = isOne(row, 3),
-                       .primaryKey = integerFromText(shown(row, 5)).value_or(0),
-                       .defaultSQL = defaultSQL.isNull() ? std::nullopt : std::optional(defaultSQL.display()),
+                       .primaryKey = integerFromText(keptText(row, 5)).value_or(0),
+                       .defaultSQL = defaultSQL.isNull() ? std::nullopt : std::optional(keptText(row, 4)),
                        .generated = hidden != SQLiteValue(0)});
   }
   return columns;
 }
 
 /// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts.
-void readListedFlags(SQLiteConnection& connection, TableSchema& schema) {
+void readFlags(SQLiteConnection& connection, TableSchema& schema) {
   SQLiteStatement row = connection.prepare("PRAGMA table_list(" + quoteIdentifier(schema.object.name) + ")");
   while (row.step()) {
     if (row.value(1, /*full=*/false) != SQLiteValue(schema.object.name)) continue;
@@ -71,25 +51,27 @@ void readListedFlags(SQLiteConnection& connection, TableSchema& schema) {
   }
 }
 
-/// Whether the views of the file were resolved, and the flags read, within a budget.
-bool readFlagsResolving(SQLiteConnection& connection, TableSchema& schema) {
+/// False where it takes too much. `table_list` begins with resolving all views of the file, again from the start for each
+/// object while one of them cannot be resolved: minutes in a hostile file. What it has resolved stays so.
+bool readFlagsWithinBudget(SQLiteConnection& connection, TableSchema& schema) {
   MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
   try {
-    readListedFlags(connection, schema);
+    readFlags(connection, schema);
     return true;
-  } catch (DatabaseError const& error) {
-    if ((error.code & 0xFF) != SQLITE_NOMEM) throw;
+  } catch (DatabaseError const&) {
+    if (!budget.spent()) throw;
     return false;
   }
 }
 
-/// `table_list` resolves every view of the file first, whatever it is narrowed to, and tries one that it cannot resolve
-/// once for each table. Views that join views keep it for minutes, so there is a budget; when that is spent they stay as
-/// they are, which takes the square of the number of tables but tells the same of a table.
-void readFlags(SQLiteConnection& connection, TableSchema& schema) {
-  if (SQLiteLibrary::enforcesMemoryBudgets() && readFlagsResolving(connection, schema)) return;
-  SelectsDenied const denied(connection);
-  readListedFlags(connection, schema);
+/// Reads the flags of an ordinary table from an empty copy of it, in a database where it is alone.
+void readFlagsOfCopy(SQLiteConnection& connection, TableSchema& schema) {
+  SQLiteStatement row = connection.prepare("SELECT sql FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > 0",
+                                           {"table", schema.object.name});
+  if (!row.step()) return;  // a view has no flags; of a virtual table they cannot be had
+  auto const scratch = SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
+  scratch->execute(row.value(0, /*full=*/true).display());
+  readFlags(*scratch, schema);
 }
 
 bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
@@ -136,7 +118,7 @@ std::vector<std::string> rowIdentity(SQLiteConnection& connection, TableSchema c
 std::string indexColumns(SQLiteConnection& connection, std::string const& index) {
   SQLiteStatement row = connection.prepare("PRAGMA index_xinfo(" + quoteIdentifier(index) + ")");
   std::string columns;
-  for (bool first = true; row.step(); first = false) columns += (first ? "" : ", ") + shown(row, 2);
+  for (bool first = true; row.step(); first = false) columns += (first ? "" : ", ") + keptText(row, 2);
   return columns;
 }
 
@@ -144,7 +126,7 @@ std::vector<StructureDetails::Row> readIndexes(SQLiteConnection& connection, std
   SQLiteStatement row = connection.prepare("PRAGMA index_list(" + quoteIdentifier(table) + ")");
   std::vector<StructureDetails::Row> indexes;
   while (row.step()) {
-    std::string const name = shown(row, 1);
+    std::string const name = keptText(row, 1);
     indexes.push_back({name, isOne(row, 2) ? "Unique" : "", indexColumns(connection, name)});
   }
   return indexes;
@@ -154,8 +136,8 @@ std::vector<StructureDetails::Row> readForeignKeys(SQLiteConnection& connection,
   SQLiteStatement row = connection.prepare("PRAGMA foreign_key_list(" + quoteIdentifier(table) + ")");
   std::vector<StructureDetails::Row> keys;
   while (row.step()) {
-    keys.push_back({shown(row, 3), shown(row, 2) + "." + shown(row, 4),
-                    "Update: " + shown(row, 5) + " · Delete: " + shown(row, 6)});
+    keys.push_back({keptText(row, 3), keptText(row, 2) + "." + keptText(row, 4),
+                    "Update: " + keptText(row, 5) + " · Delete: " + keptText(row, 6)});
   }
   return keys;
 }
@@ -165,8 +147,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
       "SELECT name, sql FROM sqlite_schema WHERE type = ? AND tbl_name = ? ORDER BY name", {"trigger", table});
   std::vector<StructureDetails::Row> triggers;
   while (row.step()) {
-    StructureDetails::Row& trigger = triggers.emplace_back();
-    for (SQLiteValue const& value : row.row(/*full=*/false)) trigger.push_back(value.display());
+    triggers.push_back({keptText(row, 0), keptText(row, 1)});
   }
   return triggers;
 }
@@ -175,7 +156,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
 
 TableSchema readSchema(SQLiteConnection& connection, DatabaseObject const& object) {
   TableSchema schema{.object = object, .columns = readColumns(connection, object.name)};
-  readFlags(connection, schema);
+  if (!readFlagsWithinBudget(connection, schema)) readFlagsOfCopy(connection, schema);
   schema.identity = rowIdentity(connection, schema);
   return schema;
 }

@@ -4,7 +4,7 @@
 namespace tolva {
 
 /// Marks an interval of work by name, from its creation to its end. It has no effect that can be seen: no output, no
-/// timing; a debugger or a tracer can break on it.
+/// timing.
 class TraceInterval {
  public:
   explicit TraceInterval(char const* /*name*/) {}

@@ -12,6 +12,8 @@ std::string errorText(std::exception_ptr const& error) {
     return databaseError.errorDescription();
   } catch (std::exception const& other) {
     return other.what();
+  } catch (...) {
+    return "unknown error";
   }
 }
 

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "core/SQLiteLibrary.hpp"
 #include "extension/ErrorText.hpp"
 #include "extension/PreviewProvider.hpp"
 
@@ -26,7 +27,11 @@ constexpr std::string_view help =
 
 void write(std::FILE* stream, std::string_view text) { std::fwrite(text.data(), 1, text.size(), stream); }
 
-void complain(std::string const& text) { write(stderr, "tolva-quicklook: " + text + "\n"); }
+/// Behind what was printed before, where both streams lead to one place.
+void complain(std::string const& text) {
+  std::fflush(stdout);
+  write(stderr, "tolva-quicklook: " + text + "\n");
+}
 
 /// The replies of one run on standard output, each apart from the one before by an empty line.
 class Replies {
@@ -69,6 +74,7 @@ bool outputArrived() {
 }  // namespace
 
 int extensionMain(int count, char** arguments) {
+  SQLiteLibrary::leaveOutStatistics();
   std::span const names = std::span(arguments, static_cast<std::size_t>(count)).subspan(count > 0 ? 1 : 0);
   std::string_view const only = names.size() == 1 ? names.front() : "";
   bool succeeded = true;

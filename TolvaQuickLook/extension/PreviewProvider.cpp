@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "extension/PreviewProvider.hpp"
 
-#include <thread>
+#include <string>
+#include <utility>
 
 #include "platform/LastPathComponent.hpp"
 
@@ -13,8 +14,8 @@ constexpr ContentSize previewSize{650, 460};
 }  // namespace
 
 PreviewProvider::~PreviewProvider() {
-  std::unique_lock lock(lock_);
-  finished_.wait(lock, [&] { return running_ == 0; });
+  worker_.request_stop();
+  if (worker_.joinable()) worker_.join();
 }
 
 QLPreviewReply PreviewProvider::providePreview(QLFilePreviewRequest const& request, std::stop_token task) {
@@ -28,24 +29,34 @@ QLPreviewReply PreviewProvider::providePreview(QLFilePreviewRequest const& reque
 }
 
 void PreviewProvider::providePreview(QLFilePreviewRequest request, CompletionHandler completion) {
-  {
-    std::lock_guard const lock(lock_);
-    ++running_;
+  std::lock_guard const lock(lock_);
+  if (!worker_.joinable()) worker_ = std::jthread([this](std::stop_token ended) { answerAll(ended); });
+  pending_.push_back({std::move(request), std::move(completion)});
+  changed_.notify_one();
+}
+
+void PreviewProvider::answer(Pending const& pending) {
+  std::optional<QLPreviewReply> reply;
+  std::exception_ptr error;
+  try {
+    reply = providePreview(pending.request, std::stop_token());
+  } catch (...) {
+    error = std::current_exception();
   }
-  auto const answer = [this, request = std::move(request), completion = std::move(completion)] {
-    std::optional<QLPreviewReply> reply;
-    std::exception_ptr error;
-    try {
-      reply = providePreview(request, std::stop_token());
-    } catch (...) {
-      error = std::current_exception();
-    }
-    completion(std::move(reply), error);
-    std::lock_guard const lock(lock_);
-    --running_;
-    finished_.notify_all();
-  };
-  std::thread(answer).detach();  // the destructor waits for it
+  pending.completion(std::move(reply), error);
+}
+
+/// Ends when it is asked to and nothing is left to answer.
+void PreviewProvider::answerAll(std::stop_token const& ended) {
+  std::unique_lock lock(lock_);
+  while (changed_.wait(lock, ended, [&] { return !pending_.empty(); })) {
+    std::optional<Pending> next = std::move(pending_.front());
+    pending_.pop_front();
+    lock.unlock();
+    answer(*next);
+    next.reset();  // the handler's captures go before anybody can see that it was called
+    lock.lock();
+  }
 }
 
 }  // namespace tolva

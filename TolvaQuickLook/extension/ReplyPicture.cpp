@@ -66,6 +66,12 @@ std::string drawableText(QLPreviewReply const& reply) {
   return text;
 }
 
+/// A picture of nothing but boxes tells nobody anything; file managers would keep it.
+void requireGlyphs(PangoLayout* layout, std::string const& text) {
+  auto const visible = std::ranges::count_if(text, [](char c) { return c != ' ' && c != '\n' && (c & 0xC0) != 0x80; });
+  if (pango_layout_get_unknown_glyphs_count(layout) >= visible) throw std::runtime_error("no font shows the text");
+}
+
 /// Draws in points; the context scales them to pixels.
 void drawText(cairo_t* context, ContentSize size, std::string const& text) {
   cairo_set_source_rgb(context, 1, 1, 1);
@@ -76,6 +82,7 @@ void drawText(cairo_t* context, ContentSize size, std::string const& text) {
   pango_cairo_context_set_resolution(pango_layout_get_context(layout.get()), 72);
   pango_layout_set_font_description(layout.get(), Font(pango_font_description_from_string(face)).get());
   pango_layout_set_text(layout.get(), text.data(), static_cast<int>(text.size()));
+  requireGlyphs(layout.get(), text);
   cairo_set_source_rgb(context, 0, 0, 0);
   cairo_move_to(context, margin, margin);
   pango_cairo_show_layout(context, layout.get());

@@ -7,11 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "core/DatabaseError.hpp"
 #include "extension/ErrorText.hpp"
+#include "extension/PictureFile.hpp"
 #include "extension/PreviewProvider.hpp"
 #include "extension/ReplyPicture.hpp"
-#include "platform/AtomicFile.hpp"
 #include "platform/DoubleText.hpp"
 
 namespace tolva {
@@ -21,11 +20,14 @@ constexpr char const* usage = "Usage: tolva-quicklook-thumbnailer SIZE INPUT OUT
 
 /// The whole picture is made before any file is.
 void makeThumbnail(int size, char const* input, char const* output) {
+  requireReplaceable(output);
   PreviewProvider provider;
-  Bytes const picture = drawReply(provider.providePreview({.fileURL = input}, std::stop_token()), size);
-  AtomicFile file(output);
-  file.write(picture);
-  file.publish(Publication::replace);
+  writePicture(output, drawReply(provider.providePreview({.fileURL = input}, std::stop_token()), size));
+}
+
+int print(char const* text) {
+  bool const arrived = std::puts(text) >= 0 && std::fflush(stdout) == 0;
+  return arrived ? 0 : 1;
 }
 
 std::optional<int> pixelSize(std::string_view text) {
@@ -36,8 +38,8 @@ std::optional<int> pixelSize(std::string_view text) {
 
 int run(std::span<char* const> arguments) {
   std::string_view const only = arguments.size() == 2 ? arguments[1] : "";
-  if (only == "--help") return std::puts(usage) < 0;
-  if (only == "--version") return std::puts("tolva-quicklook-thumbnailer " TOLVA_VERSION) < 0;
+  if (only == "--help") return print(usage);
+  if (only == "--version") return print("tolva-quicklook-thumbnailer " TOLVA_VERSION);
   std::optional<int> const size = arguments.size() == 4 ? pixelSize(arguments[1]) : std::nullopt;
   if (!size) {
     std::fprintf(stderr, "%s\n", usage);

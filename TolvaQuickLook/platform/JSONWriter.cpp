@@ -158,7 +158,7 @@ void JSONWriter::null() {
   out_ += "null";
 }
 
-void JSONWriter::value(double real) {
+void JSONWriter::writeReal(double real) {
   if (!std::isfinite(real)) throw JSONError("A number that is not finite has no JSON form.");
   separate();
   out_ += jsonNumberText(real);

@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.hpp"
 #include "platform/JSONError.hpp"
 
 namespace tolva {
@@ -20,7 +19,7 @@ class JSONValue;
 /// for each `begin`. Texts are valid UTF-8. The form of each value is fixed for ever, since users' files hold its
 /// length and its digest: `"`, `\` and `/` stand behind a backslash; bytes below 0x20 are `\b \f \n \r \t` or `\u00xx`
 /// in lower case; every other byte stands as it is; a double is its shortest text, without ".0".
-class TOLVA_EXPORT JSONWriter {
+class JSONWriter {
  public:
   /// `out` outlives the writer; what it holds already is left alone.
   explicit JSONWriter(std::string& out) : out_(out) {}
@@ -50,7 +49,7 @@ class TOLVA_EXPORT JSONWriter {
   }
 
   /// Throws `JSONError` unless `real` is finite.
-  void value(double real);
+  void value(std::same_as<double> auto real) { writeReal(real); }
   void value(std::string_view text);
 
   /// Bytes as base64 text.
@@ -61,6 +60,7 @@ class TOLVA_EXPORT JSONWriter {
   void end(char bracket);
   void separate();
   void writeBoolean(bool truth);
+  void writeReal(double real);
   void writeSigned(std::int64_t whole);
   void writeUnsigned(std::uint64_t whole);
 
@@ -74,6 +74,6 @@ struct JSONStyle {
 };
 
 /// The text of a tree in the forms of `JSONWriter`; numbers are written with the literals that they hold. Any thread.
-TOLVA_EXPORT std::string writeJSON(JSONValue const& value, JSONStyle style = {});
+std::string writeJSON(JSONValue const& value, JSONStyle style = {});
 
 }  // namespace tolva

@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/LockedFiles.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <vector>
@@ -65,6 +67,19 @@ void LockedFiles::close(int descriptor) noexcept {
     }
   }
   errno = reason;
+}
+
+int LockedFiles::takeParked(FileNode file) noexcept {
+  Registry& all = registry();
+  MutexLock const locked(all.lock);
+  auto const held = all.files.find(file);
+  if (held == all.files.end()) return -1;
+  auto const forReading = [](int descriptor) { return (::fcntl(descriptor, F_GETFL) & O_ACCMODE) == O_RDONLY; };
+  auto const found = std::ranges::find_if(held->second.parked, forReading);
+  if (found == held->second.parked.end() || ::lseek(*found, 0, SEEK_SET) != 0) return -1;
+  int const descriptor = *found;
+  held->second.parked.erase(found);
+  return descriptor;
 }
 
 }  // namespace tolva

@@ -23,9 +23,11 @@ int openForReading(int folder, std::filesystem::path const& path, Links links) {
   int const noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
   struct stat status {};
   // Looked at first, because opening some devices sets them going. What is opened is looked at again.
-  if (::fstatat(folder, path.c_str(), &status, noFollow != 0 ? AT_SYMLINK_NOFOLLOW : 0) == 0 &&
-      !S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode))
-    refuseIrregular(path);
+  if (::fstatat(folder, path.c_str(), &status, noFollow != 0 ? AT_SYMLINK_NOFOLLOW : 0) == 0) {
+    if (!S_ISREG(status.st_mode) && !S_ISLNK(status.st_mode)) refuseIrregular(path);
+    int const parked = LockedFiles::takeParked({status.st_dev, status.st_ino});
+    if (parked >= 0) return parked;
+  }
   int descriptor = -1;
   do {
     descriptor = ::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | noFollow);

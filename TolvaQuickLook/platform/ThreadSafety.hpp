@@ -12,14 +12,26 @@
 #define TOLVA_THREAD_ATTRIBUTE(x)
 #endif
 
-#ifndef GUARDED_BY
+// These are the names of clang's own documentation; a program that has them already keeps its own.
+#ifndef CAPABILITY
 #define CAPABILITY(name) TOLVA_THREAD_ATTRIBUTE(capability(name))
+#endif
+#ifndef SCOPED_CAPABILITY
 #define SCOPED_CAPABILITY TOLVA_THREAD_ATTRIBUTE(scoped_lockable)
+#endif
+#ifndef GUARDED_BY
 #define GUARDED_BY(lock) TOLVA_THREAD_ATTRIBUTE(guarded_by(lock))
+#endif
+#ifndef REQUIRES
 #define REQUIRES(...) TOLVA_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
-#define EXCLUDES(...) TOLVA_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
+#endif
+#ifndef ACQUIRE
 #define ACQUIRE(...) TOLVA_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
+#endif
+#ifndef RELEASE
 #define RELEASE(...) TOLVA_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
+#endif
+#ifndef NO_THREAD_SAFETY_ANALYSIS
 #define NO_THREAD_SAFETY_ANALYSIS TOLVA_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 #endif
 

@@ -6,6 +6,7 @@
 
 #include <thread>
 
+#include "core/MemoryBudget.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
@@ -149,7 +150,8 @@ TEST(DatabaseReader, TellsWithoutRowidAndStrict) {
 }
 
 TEST(DatabaseReader, ReadsTheSchemaOfAViewWithViewsOnAgain) {
-  TemporaryDatabase const database("CREATE TABLE t(a INT); CREATE VIEW v AS SELECT a, a + 1 AS b FROM t");
+  TemporaryDatabase const database(
+      "CREATE TABLE t(a INT); CREATE VIEW u AS SELECT a, a + 1 AS b FROM t; CREATE VIEW v AS SELECT a, b FROM u");
   DatabaseReader reader;
   reader.open(database.path(), noTask);
   reader.schema({.name = "t", .kind = "table", .sql = ""});
@@ -233,7 +235,34 @@ TEST(DatabaseReader, RemembersASchemaByNameUntilTheObjectsAreReadAgain) {
   EXPECT_EQ(reader.schema({.name = "t", .kind = "view", .sql = "other"}).object, table);
   EXPECT_EQ(reader.objects().size(), 1);
   EXPECT_EQ(reader.schema(table).columns.size(), 2);
-  EXPECT_EQ(reader.open(database.path(), noTask).size(), 1);
+  TemporaryDatabase const other("CREATE TABLE t(x, y, z)");
+  reader.open(other.path(), noTask);
+  EXPECT_EQ(reader.schema(table).columns.size(), 3);
+}
+
+TEST(DatabaseReader, ChargesTheObjectsThatItListsToTheMemoryBudget) {
+  std::string sql;
+  std::string const comment(50'000, '-');  // SQLite itself forgets it
+  for (int view = 0; view < 60; ++view)
+    sql += "CREATE VIEW v" + std::to_string(view) + " AS SELECT 1 /*" + comment + "*/;";
+  TemporaryDatabase const database(sql);
+  DatabaseReader reader;
+  EXPECT_EQ(reader.open(database.path(), noTask).size(), 60);
+  MemoryBudget const budget(2'500'000);
+  EXPECT_EQ(failureOf([&] { reader.open(database.path(), noTask); }), DatabaseError("out of memory", SQLITE_NOMEM));
+}
+
+TEST(DatabaseReader, TellsTheFlagsOfATableAmongManyAndViewsThatCannotBeResolved) {
+  std::string sql =
+      "BEGIN; CREATE VIEW u AS SELECT 1; CREATE VIEW v AS SELECT * FROM u; CREATE VIEW broken AS SELECT * FROM gone;";
+  for (int table = 0; table < 8000; ++table) sql += "CREATE TABLE t" + std::to_string(table) + "(a);";
+  sql += "CREATE TABLE w(a PRIMARY KEY) WITHOUT ROWID; CREATE TABLE s(a INT, CHECK (a > 0)) STRICT; COMMIT";
+  TemporaryDatabase const database(sql);
+  DatabaseReader reader;
+  reader.open(database.path(), noTask);
+  EXPECT_TRUE(reader.schema({.name = "w", .kind = "table", .sql = ""}).withoutRowID);
+  EXPECT_TRUE(reader.schema({.name = "s", .kind = "table", .sql = ""}).strict);
+  EXPECT_FALSE(reader.schema({.name = "t7", .kind = "table", .sql = ""}).strict);
 }
 
 // Structure ----------------------------------------------------------------------------------------

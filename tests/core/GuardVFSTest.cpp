@@ -75,6 +75,45 @@ TEST_F(GuardVFSInAFolder, NeverDeletesAFileThatAPlantedJournalNames) {
   }
 }
 
+TEST_F(GuardVFSInAFolder, NeverDeletesTheJournalOfAnotherOpenDatabaseThatAPlantedJournalNames) {
+  TemporaryDatabase const victim(folder, "victim.db", "CREATE TABLE t(a)");
+  auto const connection = openWritable(victim.path());
+  connection->execute("BEGIN IMMEDIATE");
+  connection->execute("INSERT INTO t VALUES (1)");
+  connection->execute("PRAGMA cache_spill = 0");
+  folder.write("t.db-journal", journalNaming((folder / "victim.db-journal").string()));
+  DatabaseError const refused = insertFailure(path);
+  EXPECT_EQ(refused.code, SQLITE_IOERR_DELETE);
+  EXPECT_TRUE(std::filesystem::exists(folder / "victim.db-journal"));
+  connection->execute("COMMIT");
+  EXPECT_EQ(victim.rows("SELECT a FROM t"), "1");
+}
+
+TEST_F(GuardVFSInAFolder, CommitsToSeveralDatabasesAtOnce) {
+  TemporaryDatabase const other(folder, "other.db", "CREATE TABLE t(a)");
+  auto const connection = openWritable(path);
+  connection->execute("ATTACH ? AS other", {other.path().string()});
+  for (int round = 0; round < 2; ++round) {
+    connection->execute("BEGIN");
+    connection->execute("INSERT INTO main.t(a) VALUES ('both')");
+    connection->execute("INSERT INTO other.t(a) VALUES ('both')");
+    connection->execute("COMMIT");
+  }
+  EXPECT_EQ(database.rows("SELECT count(*) FROM t"), "3");
+  EXPECT_EQ(other.rows("SELECT count(*) FROM t"), "2");
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"other.db", "t.db"}));
+}
+
+TEST_F(GuardVFSInAFolder, DeletesOnlyWhatIsNamedAsSQLiteNamesSuperJournals) {
+  for (char const* const name : {"x-mj012ABCAEF", "x-mj012ABC8EF", "x-mj012abc9ef", "x-mj012ABC9E", "-mj012ABC9E"}) {
+    SCOPED_TRACE(name);
+    folder.write(name, "a person's file\n");
+    folder.write("t.db-journal", journalNaming((folder / name).string()));
+    EXPECT_EQ(insertFailure(path).code & 0xFF, SQLITE_CANTOPEN);
+    EXPECT_EQ(contents(folder / name), "a person's file\n");
+  }
+}
+
 TEST_F(GuardVFSInAFolder, LetsSQLiteDeleteItsOwnSuperJournal) {
   std::string const superJournal = path.string() + "-mj012ABC9EF";
   folder.write("t.db-mj012ABC9EF", path.string() + "-journal" + std::string(1, '\0'));
@@ -191,6 +230,39 @@ TEST_F(GuardVFSInAFolder, KeepsTheLocksOfAWriterInWALModeAsWell) {
   EXPECT_TRUE(peer.exec("INSERT INTO t(a) VALUES ('peer')").starts_with("error 5")) << "the lock was dropped";
   connection->execute("COMMIT");
   EXPECT_EQ(peer.exec("INSERT INTO t(a) VALUES ('peer')"), "ok");
+}
+
+TEST_F(GuardVFSInAFolder, KeepsTheLocksOfAWriterThatLeftWALModeAndCameBack) {
+  auto const connection = openWritable(path);
+  for (char const* const mode : {"WAL", "DELETE", "WAL"}) {
+    connection->execute("PRAGMA journal_mode = " + std::string(mode));
+    connection->execute("INSERT INTO t(a) VALUES ('mode')");
+  }
+  connection->execute("BEGIN IMMEDIATE");
+  SQLitePeer peer(path);
+  { EXPECT_GT(SafeFile(folder / "t.db-shm").size(), 0); }
+  EXPECT_TRUE(peer.exec("INSERT INTO t(a) VALUES ('peer')").starts_with("error 5")) << "the lock was dropped";
+  connection->execute("COMMIT");
+}
+
+TEST_F(GuardVFSInAFolder, NeverOpensTheSharedMemoryOfAnOpenDatabaseAsADatabase) {
+  auto const connection = openWritable(path);
+  connection->execute("PRAGMA journal_mode = WAL");
+  connection->execute("BEGIN IMMEDIATE");
+  EXPECT_EQ(failureOf([&] { SQLiteConnection::open(folder / "t.db-shm", {}); }).code, SQLITE_CANTOPEN);
+  SQLitePeer peer(path);
+  EXPECT_TRUE(peer.exec("INSERT INTO t(a) VALUES ('peer')").starts_with("error 5")) << "the lock was dropped";
+}
+
+TEST_F(GuardVFSInAFolder, ReadsAnOpenDatabaseAnyNumberOfTimesWithOneDescriptor) {
+  auto const connection = openWritable(path);
+  { SafeFile const file(path); }
+  std::ptrdiff_t const before = openDescriptors();
+  for (int round = 0; round < 100; ++round) {
+    EXPECT_EQ(SafeFile(path).readUpTo(16),
+              (Bytes{'S', 'Q', 'L', 'i', 't', 'e', ' ', 'f', 'o', 'r', 'm', 'a', 't', ' ', '3', 0}));
+  }
+  EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(GuardVFSInAFolder, HoldsAFileUntilItsLastConnectionCloses) {

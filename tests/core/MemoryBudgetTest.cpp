@@ -10,6 +10,7 @@
 #include "core/SQLiteLibrary.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "support/Failure.hpp"
+#include "support/NoTask.hpp"
 
 namespace tolva {
 namespace {
@@ -42,7 +43,18 @@ TEST(MemoryBudget, EndsAPreparationThatTakesTooMuch) {
 TEST(MemoryBudget, EndsAPreparationThatTakesTooLong) {
   auto const connection = inMemory();
   MemoryBudget const budget(MemoryBudget::unlimited, uptime());
-  EXPECT_EQ(failureOf([&] { connection->prepare(doublingQuery(17)); }).code, SQLITE_NOMEM);
+  DatabaseError const error = failureOf([&] { connection->prepare(doublingQuery(17)); });
+  EXPECT_EQ(error, DatabaseError("interrupted", SQLITE_INTERRUPT));
+  EXPECT_EQ(error.errorDescription(), "Cancelled");
+  EXPECT_TRUE(MemoryBudget::ranOutOfTime());
+}
+
+TEST(MemoryBudget, TellsAStatementWithoutTimeToAllocateAsCancelled) {
+  auto const connection = inMemory();
+  SQLiteStatement statement = connection->prepare(
+      "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c LIMIT 5000) SELECT sum(length(hex(x))) FROM c");
+  MemoryBudget const budget(MemoryBudget::unlimited, uptime());
+  EXPECT_TRUE(failureOf([&] { statement.step(); }).isCancellation());
 }
 
 TEST(MemoryBudget, AdmitsExactlyItsBytes) {
@@ -60,6 +72,44 @@ TEST(MemoryBudget, CountsBackWhatIsFreed) {
   budget.charge(1000);
   budget.charge(-400);
   EXPECT_TRUE(budget.admits(400));
+}
+
+TEST(MemoryBudget, GivesNoCreditForWhatWasAllocatedBeforeIt) {
+  {
+    MemoryBudget budget(1000);
+    budget.charge(-5000);
+    EXPECT_TRUE(budget.admits(1000));
+    EXPECT_FALSE(budget.admits(1001));
+  }
+  MemoryBudget boundless(MemoryBudget::unlimited);
+  boundless.charge(-1);
+  EXPECT_TRUE(boundless.admits(MemoryBudget::unlimited));
+}
+
+TEST(MemoryBudget, IsChargedForWhatAnOperationKeeps) {
+  EXPECT_TRUE(MemoryBudget::keep(MemoryBudget::unlimited)) << "no budget, no limit";
+  MemoryBudget const budget(1000);
+  EXPECT_TRUE(MemoryBudget::keep(600));
+  EXPECT_TRUE(MemoryBudget::keep(400));
+  EXPECT_FALSE(MemoryBudget::keep(1));
+}
+
+TEST(MemoryBudget, IsLiftedForAScope) {
+  MemoryBudget const budget(0);
+  {
+    BudgetsLifted const lifted;
+    EXPECT_TRUE(inMemory()->prepare("SELECT 1").step());
+  }
+  EXPECT_EQ(failureOf([] { inMemory(); }), DatabaseError("Unable to open database", SQLITE_NOMEM));
+}
+
+TEST(MemoryBudget, NeverKeepsATransactionFromRollingBack) {
+  auto const connection = inMemory();
+  connection->execute("CREATE TABLE t(a)");
+  MemoryBudget const budget(std::int64_t{1} << 20);
+  auto const tooMuch = [&] { connection->execute("INSERT INTO t VALUES (randomblob(2000000))"); };
+  EXPECT_EQ(failureOf([&] { connection->transaction(tooMuch, noTask); }).code, SQLITE_NOMEM);
+  EXPECT_TRUE(sqlite3_get_autocommit(connection->handle()));
 }
 
 TEST(MemoryBudget, ChargesTheBudgetsAroundItAsWell) {

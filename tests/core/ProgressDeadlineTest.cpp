@@ -25,6 +25,20 @@ std::shared_ptr<SQLiteConnection> inMemory() {
   return SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
 }
 
+TEST(ProgressDeadline, IsOverAtTheMomentOrBehindItAsAsked) {
+  Uptime const deadline = uptime();
+  struct MomentCase {
+    std::chrono::nanoseconds after;
+    bool passed;
+    bool reached;
+  };
+  for (MomentCase const& each : {MomentCase{-1ns, false, false}, {0ns, false, true}, {1ns, true, true}}) {
+    SCOPED_TRACE(each.after.count());
+    EXPECT_EQ(isOver(deadline, deadline + each.after, DeadlineTest::passed), each.passed);
+    EXPECT_EQ(isOver(deadline, deadline + each.after, DeadlineTest::reached), each.reached);
+  }
+}
+
 TEST(ProgressDeadline, StopsAStatementThatRunsOverIt) {
   for (DeadlineTest const test : {DeadlineTest::passed, DeadlineTest::reached}) {
     auto const connection = inMemory();
@@ -48,6 +62,12 @@ TEST(ProgressDeadline, IsRemovedWithItsScope) {
     ProgressDeadline const budget(connection->handle(), uptime() - 1s, 1, DeadlineTest::reached, noTask);
     EXPECT_TRUE(failureOf([&] { connection->prepare(twoMillionRows).step(); }).isCancellation());
   }
+  EXPECT_TRUE(connection->prepare(twoMillionRows).step());
+}
+
+TEST(ProgressDeadline, MayBeTheEndOfTime) {
+  auto const connection = inMemory();
+  ProgressDeadline const budget(connection->handle(), Uptime::max(), 1, DeadlineTest::passed, noTask);
   EXPECT_TRUE(connection->prepare(twoMillionRows).step());
 }
 

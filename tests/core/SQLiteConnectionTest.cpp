@@ -4,8 +4,14 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <stdexcept>
+#include <thread>
 
 #include "core/SQLiteStatement.hpp"
 #include "support/Failure.hpp"
@@ -13,6 +19,7 @@
 #include "support/SQLitePeer.hpp"
 #include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
+#include "support/Unprivileged.hpp"
 #include "support/ValueText.hpp"
 
 namespace tolva {
@@ -92,13 +99,112 @@ TEST(SQLiteConnection, AttachesURIsOnlyWhenTheyAreAllowed) {
   EXPECT_EQ(sqlite3_db_readonly(allowed->handle(), "other"), 1);
 }
 
+TEST(SQLiteConnection, RefusesToWriteToAnAttachedFileThroughAReadOnlyConnection) {
+  TemporaryDatabase const database("CREATE TABLE t(a)");
+  TemporaryDatabase const other("CREATE TABLE t(a)");
+  auto const connection = SQLiteConnection::open(database.path(), {});
+  connection->execute("ATTACH ? AS other", {other.path().string()});
+  EXPECT_EQ(failureOf([&] { connection->execute("INSERT INTO other.t VALUES (1)"); }).code, SQLITE_READONLY);
+}
+
+TEST(SQLiteConnection, TellsDamage) {
+  TemporaryDatabase const database("CREATE TABLE t(a); INSERT INTO t VALUES (zeroblob(20000))");
+  {
+    std::fstream file(database.path(), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(4096);
+    file << std::string(4096, '\xff');
+  }
+  auto const connection = SQLiteConnection::open(database.path(), {});
+  EXPECT_EQ(failureOf([&] { connection->execute("SELECT * FROM t"); }).errorDescription(),
+            "SQLite detected damage in this database. Restore a known-good backup or recover a separate copy. Tolva "
+            "does not automatically repair databases.");
+}
+
+TEST(SQLiteConnection, TellsALockThatAReaderCannotTurnIntoAWriters) {
+  TemporaryDatabase const database("PRAGMA journal_mode = WAL; CREATE TABLE t(a); INSERT INTO t VALUES (1)");
+  auto const connection = SQLiteConnection::open(database.path(), {.readOnly = false});
+  connection->execute("BEGIN");
+  EXPECT_EQ(scalar(*connection, "SELECT count(*) FROM t"), SQLiteValue(1));
+  database.run("INSERT INTO t VALUES (2)");
+  DatabaseError const error = failureOf([&] { connection->execute("INSERT INTO t VALUES (3)"); });
+  EXPECT_EQ(error.code, SQLITE_BUSY_SNAPSHOT);
+  EXPECT_TRUE(error.errorDescription().starts_with(
+      "Another connection is holding a database lock. Wait for its transaction to finish, then try again. "));
+}
+
 TEST(SQLiteConnection, DoesNotTakeAnEmptyNameForATemporaryDatabase) {
   EXPECT_EQ(failureOf([&] { SQLiteConnection::open("", {}); }).code, SQLITE_CANTOPEN);
 }
 
+TEST(SQLiteConnection, NeverCutsANameAtANulByte) {
+  TemporaryDatabase const database("CREATE TABLE t(a)");
+  std::string const name = database.path().string() + std::string("\0.other", 7);
+  EXPECT_EQ(failureOf([&] { SQLiteConnection::open(name, {}); }),
+            DatabaseError("unable to open database file", SQLITE_CANTOPEN));
+}
+
+TEST(SQLiteConnection, TellsThatItCannotOpenWhereTheWorkingFolderIsGone) {
+  auto const before = std::filesystem::current_path();
+  {
+    TemporaryFolder const folder;
+    std::filesystem::current_path(folder.path());
+  }
+  DatabaseError const error = failureOf([] { SQLiteConnection::open("t.db", {}); });
+  std::filesystem::current_path(before);
+  EXPECT_EQ(error, DatabaseError("unable to open database file", SQLITE_CANTOPEN));
+}
+
+TEST(SQLiteConnection, MakesACancellationHandleWhereItIsGivenNone) {
+  auto const connection = SQLiteConnection::open({}, {.readOnly = false, .inMemory = true}, nullptr);
+  ASSERT_NE(connection->cancellation(), nullptr);
+  connection->cancellation()->cancel();
+}
+
+TEST(SQLiteConnection, LeavesNothingBehindWhenItIsCancelledWhileItOpens) {
+  TemporaryDatabase const database("CREATE TABLE t(a)");
+  auto const cancellation = std::make_shared<CancellationHandle>();
+  std::atomic<bool> ended = false;
+  std::jthread canceller([&] {
+    while (!ended) cancellation->cancel();
+  });
+  for (int round = 0; round < 500; ++round) {
+    try {
+      SQLiteConnection::open(database.path(), {}, cancellation);
+    } catch (DatabaseError const& error) {
+      EXPECT_TRUE(error.isCancellation()) << error.detail;
+    }
+  }
+  ended = true;
+}
+
+/// Gives the variable a value for a scope.
+class Environment {
+ public:
+  Environment(char const* name, std::string const& value) : name_(name) { setenv(name, value.c_str(), 1); }
+  ~Environment() { unsetenv(name_); }
+  Environment(Environment const&) = delete;
+  Environment& operator=(Environment const&) = delete;
+
+ private:
+  char const* name_;
+};
+
+TEST(SQLiteConnection, WritesForAUserWithoutAHome) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  std::string const told = asUnprivileged([&]() -> std::string {
+    if (geteuid() == 0) return "";  // no other user to be had
+    unsetenv("HOME");
+    unsetenv("XDG_DATA_HOME");
+    SQLiteConnection::open(folder / "new.db", {.readOnly = false, .create = true})->execute("CREATE TABLE t(a)");
+    return "";
+  });
+  EXPECT_EQ(told, "");
+}
+
 TEST(SQLiteConnection, RefusesToChangeASnapshotButReadsIt) {
   TemporaryFolder const folder;
-  setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
+  Environment const home("XDG_DATA_HOME", folder.path());
   auto const store = folder / "Tolva/Snapshots/source/one";
   std::filesystem::create_directories(store);
   auto const path = store / "database.sqlite";
@@ -115,7 +221,8 @@ TEST(SQLiteConnection, RefusesToChangeASnapshotButReadsIt) {
   EXPECT_EQ(failureOf([&] { open(folder / "Tolva/x/../Snapshots/source/one/database.sqlite", {.readOnly = false}); }),
             refusal);
   EXPECT_EQ(scalar(*open(path, {}), "SELECT count(*) FROM t"), SQLiteValue(0));
-  unsetenv("XDG_DATA_HOME");
+  std::filesystem::create_symlink(store / "new.sqlite", folder / "dangling.db");
+  EXPECT_EQ(failureOf([&] { open(folder / "dangling.db", {.readOnly = false, .create = true}); }), refusal);
 }
 
 TEST(SQLiteConnection, TellsThatAnotherProcessHoldsTheLock) {
@@ -125,7 +232,9 @@ TEST(SQLiteConnection, TellsThatAnotherProcessHoldsTheLock) {
   auto const connection = SQLiteConnection::open(database.path(), {.readOnly = false});
   auto const begun = std::chrono::steady_clock::now();
   DatabaseError const error = failureOf([&] { connection->transaction([] {}, noTask); });
-  EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(1100));
+  auto const waited = std::chrono::steady_clock::now() - begun;
+  EXPECT_GE(waited, std::chrono::milliseconds(1100));
+  EXPECT_LT(waited, std::chrono::seconds(10));
   EXPECT_EQ(error.code, SQLITE_BUSY);
   EXPECT_EQ(error.errorDescription(),
             "Another connection is holding a database lock. Wait for its transaction to finish, then try again. "
@@ -238,6 +347,13 @@ TEST(SQLiteConnection, TellsTheFirstErrorWhenSQLiteHasRolledBackAlready) {
 TEST(SQLiteConnection, TouchesNothingForACancelledTask) {
   auto const connection = inMemory();
   bool ran = false;
+  sqlite3_trace_v2(
+      connection->handle(), SQLITE_TRACE_STMT,
+      [](unsigned, void*, void*, void*) {
+        ADD_FAILURE() << "a statement ran";
+        return 0;
+      },
+      nullptr);
   EXPECT_THROW(connection->transaction([&] { ran = true; }, cancelledTask()), TaskCancelled);
   EXPECT_FALSE(ran);
   EXPECT_TRUE(sqlite3_get_autocommit(connection->handle()));

@@ -18,7 +18,7 @@ CommandResult quicklook(std::vector<std::string> names, CommandOptions options =
 
 std::string const begin = "t.db\nSQLite Database\n\n1 tables · 0 views · 0 indexes\n8 KB\n\nTABLES\na\n\nModified ";
 
-TEST(QuickLookCommand, PrintsTheSummaryAndOneLineEnd) {
+TEST(ExtensionHost, PrintsTheSummaryAndOneLineEnd) {
   TemporaryFolder const folder;
   TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
   CommandResult const result = quicklook({(folder / "t.db").string()});
@@ -28,7 +28,7 @@ TEST(QuickLookCommand, PrintsTheSummaryAndOneLineEnd) {
   EXPECT_EQ(result.output.find('\n', begin.size()), result.output.size() - 1);
 }
 
-TEST(QuickLookCommand, PutsAnEmptyLineBetweenFiles) {
+TEST(ExtensionHost, PutsAnEmptyLineBetweenFiles) {
   TemporaryFolder const folder;
   TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
   std::string const one = quicklook({(folder / "t.db").string()}).output;
@@ -36,7 +36,7 @@ TEST(QuickLookCommand, PutsAnEmptyLineBetweenFiles) {
   EXPECT_EQ(quicklook({name, name, name}).output, one + "\n" + one + "\n" + one);
 }
 
-TEST(QuickLookCommand, TellsEachErrorAndPrintsTheRest) {
+TEST(ExtensionHost, TellsEachErrorAndPrintsTheRest) {
   TemporaryFolder const folder;
   TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
   folder.write("noise.db", std::string(5000, 'x'));
@@ -52,7 +52,7 @@ TEST(QuickLookCommand, TellsEachErrorAndPrintsTheRest) {
                                "encrypted, or may have a damaged header. Encrypted databases are not supported.\n");
 }
 
-TEST(QuickLookCommand, WritesTheDateInTheUsersLocaleAndZone) {
+TEST(ExtensionHost, WritesTheDateInTheUsersLocaleAndZone) {
   TemporaryFolder const folder;
   TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
   std::filesystem::last_write_time(folder / "t.db", std::chrono::file_clock::from_sys(
@@ -68,7 +68,7 @@ TEST(QuickLookCommand, WritesTheDateInTheUsersLocaleAndZone) {
   EXPECT_EQ(dateIn({"TZ=UTC", "LANG=de_DE.UTF-8", "LC_TIME=en_GB.UTF-8"}), "15/11/2026, 21:41\n");
 }
 
-TEST(QuickLookCommand, AnswersASingleHelpOrVersion) {
+TEST(ExtensionHost, AnswersASingleHelpOrVersion) {
   CommandResult const help = quicklook({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_TRUE(help.output.starts_with("Usage: tolva-quicklook FILE...\n")) << help.output;
@@ -77,7 +77,7 @@ TEST(QuickLookCommand, AnswersASingleHelpOrVersion) {
   EXPECT_EQ(version.output, "tolva-quicklook " TOLVA_VERSION "\n");
 }
 
-TEST(QuickLookCommand, TakesAnyOtherNameForAFile) {
+TEST(ExtensionHost, TakesAnyOtherNameForAFile) {
   TemporaryFolder const folder;
   TemporaryDatabase const database(folder, "-t.db", "CREATE TABLE a(b)");
   TemporaryDatabase const option(folder, "--help", "CREATE TABLE a(b)");
@@ -85,14 +85,14 @@ TEST(QuickLookCommand, TakesAnyOtherNameForAFile) {
   EXPECT_EQ(quicklook({"--help", "-t.db"}, {.folder = folder.path()}).output.substr(0, 7), "--help\n");
 }
 
-TEST(QuickLookCommand, WantsAFile) {
+TEST(ExtensionHost, WantsAFile) {
   CommandResult const result = quicklook({});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "tolva-quicklook: no file is named. Try \"tolva-quicklook --help\".\n");
 }
 
-TEST(QuickLookCommand, FailsWhenItsOutputCannotBeWritten) {
+TEST(ExtensionHost, FailsWhenItsOutputCannotBeWritten) {
   TemporaryDatabase const database("CREATE TABLE a(b)");
   CommandResult const result = quicklook({database.path().string()}, {.output = "/dev/full"});
   EXPECT_EQ(result.status, 1);

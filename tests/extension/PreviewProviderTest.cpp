@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
+#include <memory>
+#include <vector>
 
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
@@ -67,22 +70,38 @@ TEST(PreviewProvider, CallsBackWithTheReplyOrTheError) {
   EXPECT_EQ(failure.get_future().get(), DatabaseError("unable to open database file", 14));
 }
 
-TEST(PreviewProvider, WaitsAtItsEndForWhatItStillHasToAnswer) {
+TEST(PreviewProvider, CallsBackInTheOrderOfTheRequests) {
   TemporaryFolder const folder;
-  TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
-  int answered = 0;
+  std::vector<std::string> titles;
+  std::vector<std::string> asked;
   {
     PreviewProvider provider;
-    for (int request = 0; request < 10; ++request) {
-      provider.providePreview({.fileURL = folder / "t.db"},
+    for (char const name : std::string("abcdefghij")) {
+      asked.push_back(std::string(1, name) + ".db");
+      folder.write(asked.back(), "");
+      provider.providePreview({.fileURL = folder / asked.back()},
                               [&](std::optional<QLPreviewReply> reply, std::exception_ptr) {
-                                static std::mutex lock;
-                                std::lock_guard const held(lock);
-                                answered += reply ? 1 : 0;
+                                titles.push_back(reply ? reply->title : "(none)");
                               });
     }
   }
-  EXPECT_EQ(answered, 10);
+  EXPECT_EQ(titles, asked);
+}
+
+TEST(PreviewProvider, WaitsAtItsEndUntilItsHandlersHaveGone) {
+  TemporaryFolder const folder;
+  TemporaryDatabase const database(folder, "t.db", "CREATE TABLE a(b)");
+  auto const captured = std::make_shared<std::atomic<int>>(0);
+  {
+    PreviewProvider provider;
+    for (int request = 0; request < 10; ++request) {
+      provider.providePreview(
+          {.fileURL = folder / "t.db"},
+          [captured](std::optional<QLPreviewReply> reply, std::exception_ptr) { *captured += reply ? 1 : 0; });
+    }
+  }
+  EXPECT_EQ(*captured, 10);
+  EXPECT_EQ(captured.use_count(), 1);
 }
 
 }  // namespace

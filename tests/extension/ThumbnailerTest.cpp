@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cairo.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 
@@ -60,15 +62,82 @@ TEST_F(Thumbnailer, WritesNothingWhenItFails) {
 }
 
 TEST_F(Thumbnailer, LeavesAnEarlierPictureWhenItFails) {
-  folder.write("out.png", "earlier");
-  EXPECT_EQ(run("256", "none.db", "out.png").status, 1);
-  EXPECT_EQ(folder.read("out.png"), "earlier");
+  EXPECT_EQ(run("256", "t.db", "out.png").status, 0);
+  std::string const earlier = folder.read("out.png");
+  EXPECT_EQ(run("128", "none.db", "out.png").status, 1);
+  EXPECT_EQ(folder.read("out.png"), earlier);
 }
 
-TEST_F(Thumbnailer, ReplacesThePictureThatTheFileManagerPrepared) {
-  folder.write("out.png", "prepared");
+TEST_F(Thumbnailer, ReplacesWhatAFileManagerPreparedAndAnEarlierPicture) {
+  folder.write("out.png", "");
   EXPECT_EQ(run("256", "t.db", "out.png").status, 0);
-  EXPECT_TRUE(folder.read("out.png").starts_with("\x89PNG"));
+  EXPECT_EQ(header(16), 256);
+  EXPECT_EQ(run("128", "t.db", "out.png").status, 0);
+  EXPECT_EQ(header(16), 128);
+}
+
+TEST_F(Thumbnailer, ReplacesALinkAndNotWhatItLeadsTo) {
+  std::filesystem::create_symlink("t.db", folder / "out.png");
+  std::string const before = folder.read("t.db");
+  EXPECT_EQ(run("256", "t.db", "out.png").status, 0);
+  EXPECT_EQ(header(16), 256);
+  EXPECT_EQ(folder.read("t.db"), before);
+}
+
+TEST_F(Thumbnailer, NeverReplacesAFileThatIsNoPicture) {
+  folder.write("notes.txt", "a person's file");
+  std::filesystem::create_hard_link(folder / "t.db", folder / "second-name.db");
+  std::filesystem::create_directory(folder / "folder");
+  ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+  std::string const before = folder.read("t.db");
+  for (char const* const output : {"t.db", "second-name.db", "notes.txt", "folder", "pipe"}) {
+    SCOPED_TRACE(output);
+    CommandResult const result = run("256", "t.db", output);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("The output is there already and no picture"), std::string::npos) << result.errors;
+  }
+  EXPECT_EQ(folder.read("t.db"), before);
+  EXPECT_EQ(folder.read("notes.txt"), "a person's file");
+  EXPECT_TRUE(std::filesystem::is_fifo(folder / "pipe"));
+}
+
+TEST_F(Thumbnailer, DrawsDarkTextOnWhiteWithinTheMargin) {
+  ASSERT_EQ(run("650", "t.db", "out.png").status, 0);
+  cairo_surface_t* const picture = cairo_image_surface_create_from_png((folder / "out.png").c_str());
+  ASSERT_EQ(cairo_surface_status(picture), CAIRO_STATUS_SUCCESS);
+  int inside = 0;
+  int outside = 0;
+  for (int y = 0; y < 460; ++y) {
+    unsigned char const* const line =
+        cairo_image_surface_get_data(picture) + y * cairo_image_surface_get_stride(picture);
+    for (int x = 0; x < 650; ++x) {
+      bool const margin = x < 16 || x >= 634 || y < 16 || y >= 444;
+      if (line[4 * x] < 128) ++(margin ? outside : inside);
+    }
+  }
+  cairo_surface_destroy(picture);
+  EXPECT_GT(inside, 500);
+  EXPECT_EQ(outside, 0);
+}
+
+TEST_F(Thumbnailer, FailsWhereNoFontShowsTheText) {
+  folder.write("fonts.conf", "<?xml version='1.0'?><fontconfig><dir>/nonexistent</dir></fontconfig>");
+  CommandResult const result =
+      runCommand({TOLVA_THUMBNAILER, "256", (folder / "t.db").string(), (folder / "out.png").string()},
+                 {.environment = {"FONTCONFIG_FILE=" + (folder / "fonts.conf").string()}});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.errors.find("no font shows the text"), std::string::npos) << result.errors;
+  EXPECT_FALSE(std::filesystem::exists(folder / "out.png"));
+}
+
+TEST_F(Thumbnailer, AnswersHelpAndVersionAndFailsWhenTheyCannotBeWritten) {
+  CommandResult const version = runCommand({TOLVA_THUMBNAILER, "--version"});
+  EXPECT_EQ(version.status, 0);
+  EXPECT_EQ(version.output, "tolva-quicklook-thumbnailer " TOLVA_VERSION "\n");
+  EXPECT_EQ(runCommand({TOLVA_THUMBNAILER, "--help"}).output, "Usage: tolva-quicklook-thumbnailer SIZE INPUT OUTPUT\n");
+  EXPECT_EQ(runCommand({TOLVA_THUMBNAILER, "--version"}, {.output = "/dev/full"}).status, 1);
+  EXPECT_EQ(runCommand({TOLVA_THUMBNAILER}).status, 1);
+  EXPECT_EQ(runCommand({TOLVA_THUMBNAILER, "256", "a", "b", "c"}).status, 1);
 }
 
 TEST_F(Thumbnailer, RefusesASizeThatIsNone) {

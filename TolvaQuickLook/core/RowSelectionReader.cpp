@@ -1,0 +1,119 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/RowSelectionReader.hpp"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+
+#include "core/Limit.hpp"
+#include "core/RowClauses.hpp"
+#include "core/RowCursor.hpp"
+#include "core/SQLIdentifier.hpp"
+#include "platform/TaskCancellation.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr std::int64_t chunkRows = 500;
+
+constexpr Limit selectionMemory{
+    std::int64_t{32} << 20, "The selection exceeds the 32 MB operation limit. Select fewer rows or export instead."};
+
+[[noreturn]] void rowsAreGone() {
+  throw DatabaseError("Selected rows changed or disappeared. Refresh and select them again.");
+}
+
+/// The identities of the first `most` rows in order.
+BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request, std::int64_t most) {
+  RowClauses clauses = rowClauses(schema, request);
+  clauses.parameters.emplace_back(most);
+  return {.sql = "SELECT " + joined(quoted(schema.identity), ",") + clauses.text(schema.object.name) + " LIMIT ?",
+          .parameters = std::move(clauses.parameters)};
+}
+
+/// One row by its identity, still to be bound. A key may tell apart what its column's collation takes for equal, so it
+/// is compared both ways: one of them is that of the key's index. Qualified, a column that is gone is never a string.
+BuiltQuery keyLookup(TableSchema const& schema) {
+  std::vector<std::string> terms;
+  for (std::string const& name : schema.identity) {
+    std::string const column = quoteIdentifier(schema.object.name) + "." + quoteIdentifier(name);
+    std::string const parameter = "?" + std::to_string(terms.size() + 1);
+    terms.push_back(column + " = " + parameter + " AND " + column + " = " + parameter + " COLLATE BINARY");
+  }
+  return {.sql = "SELECT " + selectList(schema) + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
+                 joined(terms, " AND "),
+          .parameters = std::vector<SQLiteValue>(schema.identity.size())};
+}
+
+/// Hands a stored identity on as it is, texts of invalid UTF-8 and whole blobs included.
+void bindStored(SQLiteStatement const& identity, SQLiteStatement const& lookup) {
+  sqlite3_reset(lookup.handle());
+  for (int column = 0; column < identity.columnCount(); ++column) {
+    int const bound = sqlite3_bind_value(lookup.handle(), column + 1, sqlite3_column_value(identity.handle(), column));
+    if (bound != SQLITE_OK) throw lookup.connection()->error(bound);
+  }
+}
+
+}  // namespace
+
+std::vector<DatabaseRow> RowSelectionReader::read(RowSelection const& selection) {
+  if (selection.ranges().size() > 1 && hasRowsByKey()) {
+    readScattered(selection);
+  } else {
+    for (RowSelection::Range const& range : selection.ranges()) readRange(range);
+  }
+  return std::move(rows_);
+}
+
+/// Whether an identity surely leads back to its row. A virtual table finds rows as its module pleases.
+bool RowSelectionReader::hasRowsByKey() const {
+  return schema_.editable() && !schema_.object.sql.starts_with("CREATE VIRTUAL TABLE");
+}
+
+void RowSelectionReader::readRange(RowSelection::Range range) {
+  while (range.first < range.end) {
+    checkCancellation(task_);
+    std::int64_t const read = readChunk(range.first, std::min(range.end - range.first, chunkRows));
+    if (read == 0) rowsAreGone();
+    range.first += read;
+  }
+}
+
+std::int64_t RowSelectionReader::readChunk(std::int64_t first, std::int64_t most) {
+  BuiltQuery const query =
+      TableQueryBuilder::build(schema_, request_, PageToken{.identity = {}, .offset = first}, {.limit = most});
+  RowCursor cursor(connection_, query, schema_, RowCursor::Identity::marked);
+  std::int64_t read = 0;
+  for (; cursor.step(); ++read) {
+    checkCancellation(task_);
+    add(cursor);
+  }
+  return read;
+}
+
+/// Walks once over the identities in order and looks up the rows that are selected: OFFSET would count from the first
+/// row again for each range, and the rows in between would be read whole for nothing.
+void RowSelectionReader::readScattered(RowSelection const& selection) {
+  SQLiteStatement walk =
+      prepareWithinBudget(connection_, identityWalk(schema_, request_, selection.ranges().back().end));
+  RowCursor row(connection_, keyLookup(schema_), schema_, RowCursor::Identity::marked);
+  std::int64_t position = 0;
+  for (RowSelection::Range const& range : selection.ranges()) {
+    for (; position < range.end; ++position) {
+      checkCancellation(task_);
+      if (!walk.step()) rowsAreGone();
+      if (position < range.first) continue;
+      bindStored(walk, row.statement());
+      if (!row.step()) rowsAreGone();
+      add(row);
+    }
+  }
+}
+
+void RowSelectionReader::add(RowCursor const& cursor) {
+  rows_.push_back(cursor.row(held_));
+  memorySize_ += rows_.back().memorySize();
+  selectionMemory.check(memorySize_);
+}
+
+}  // namespace tolva
