@@ -88,6 +88,10 @@ TEST_F(DatabasePreview, CountsTheObjectsOfTheSchema) {
        "PRAGMA writable_schema = ON; CREATE TABLE t(a);"
        "UPDATE sqlite_schema SET name = 'SQLITE_t', tbl_name = 'SQLITE_t', sql = 'CREATE TABLE SQLITE_t(a)'",
        "1 tables · 0 views · 0 indexes", "SQLITE_t"},
+      {"a type that is a blob not",
+       "PRAGMA writable_schema = ON; CREATE TABLE t(a); CREATE TABLE b(a);"
+       "UPDATE sqlite_schema SET type = CAST(type AS BLOB) WHERE name = 'b'",
+       "1 tables · 0 views · 0 indexes", "t"},
       {"a virtual table with its shadows", "CREATE VIRTUAL TABLE f USING fts5(a)", "6 tables · 0 views · 0 indexes",
        "f\nf_config\nf_content\nf_data\nf_docsize\nf_idx"},
       {"names of many lines and none", "CREATE TABLE \"a\nb\"(x); CREATE TABLE \"\"(x); CREATE TABLE \" \"(x)",
