@@ -5,12 +5,21 @@
 set(TOLVA_PUBLIC_HEADERS
   core/BrowseRequest.hpp
   core/CancellationHandle.hpp
+  core/CellChange.hpp
+  core/ComparisonIdentity.hpp
   core/DatabaseError.hpp
+  core/DatabaseInfo.hpp
+  core/DatabaseMonitor.hpp
   core/DatabaseObject.hpp
+  core/DatabaseObservation.hpp
   core/DatabaseReader.hpp
   core/DatabaseRow.hpp
+  core/DatabaseSession.hpp
+  core/DatabaseWriter.hpp
+  core/FileObservation.hpp
   core/MemoryBudget.hpp
   core/ProgressDeadline.hpp
+  core/RowIdentityResolver.hpp
   core/RowPage.hpp
   core/RowSelection.hpp
   core/SQLIdentifier.hpp
@@ -18,6 +27,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableFilter.hpp
   core/TableQueryBuilder.hpp

@@ -40,7 +40,7 @@ void writeDatabases(path const& folder) {
   writeDatabase(
       folder, "flags",
       "PRAGMA page_size = 512; CREATE TABLE w(a, b, PRIMARY KEY (b, a)) WITHOUT ROWID;"
-      "CREATE TABLE s(id INTEGER PRIMARY KEY DESC, c AS (id * 2)) STRICT; CREATE TABLE r(rowid, _rowid_, oid)");
+      "CREATE TABLE s(id INTEGER PRIMARY KEY DESC, c INT AS (id * 2)) STRICT; CREATE TABLE r(rowid, _rowid_, oid)");
   writeDatabase(folder, "wide",
                 "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE \"gr\u00fc\u00dfe\"(a)");
   writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
@@ -59,5 +59,13 @@ int main(int count, char** arguments) {
   writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
   writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
   writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+  path const modules = root / "virtual-module";
+  writeText(modules, "plain", "CREATE VIRTUAL TABLE t USING fts5(x)");
+  writeText(modules, "longest", "create virtual table if not exists main . \"a\"\"b\" using [FTS4] /* c */ (x, y)");
+  writeText(modules, "comments",
+            "\xEF\xBB\xBF"
+            "CREATE--\nVIRTUAL/*(*/TABLE\t'using'/**/USING--x\n`fts3`;");
+  writeText(modules, "name", "[a b]USING rtree(id,a,b)");
+  writeText(modules, "table", "CREATE TABLE fts5(a DEFAULT 'USING fts5(', b CHECK(b > '--'))");
   return 0;
 }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <utility>
 
+#include "core/DeadlineInterrupt.hpp"
 #include "core/KeptText.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/PreviewSummary.hpp"
@@ -83,10 +84,12 @@ StructureDetails DatabaseReader::structure(TableSchema const& schema) {
 std::string DatabaseReader::preview(std::filesystem::path const& database, std::stop_token task) {
   Turn const turn(turns_);
   TraceInterval const interval("Quick Look generation");
+  std::shared_ptr<SQLiteConnection> connection;  // closes when the budget has gone: nobody counts what it frees
   MemoryBudget const budget(MemoryBudget::ordinary);
-  auto const connection = SQLiteConnection::open(database, {.readOnly = true});
-  ProgressDeadline const deadline(connection->handle(), uptime() + previewBudget, previewPeriod, DeadlineTest::passed,
-                                  std::move(task));
+  connection = SQLiteConnection::open(database, {.readOnly = true});
+  Uptime const deadline = uptime() + previewBudget;
+  ProgressDeadline const time(connection->handle(), deadline, previewPeriod, DeadlineTest::passed, std::move(task));
+  DeadlineInterrupt const watch(connection->handle(), deadline);
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
   FileStatus const status = fileStatus(database);

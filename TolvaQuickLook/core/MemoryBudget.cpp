@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/MemoryBudget.hpp"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -61,6 +63,48 @@ void MemoryBudget::charge(std::int64_t bytes) noexcept {
 MemoryBudget::Spent MemoryBudget::spentBy(std::int64_t bytes) noexcept {
   if (bytes > limit_ - std::max<std::int64_t>(used_, 0)) return Spent::bytes;
   return ++asked_ % clockPeriod == 0 && uptime() >= deadline_ ? Spent::time : Spent::nothing;
+}
+
+// Under SQLite --------------------------------------------------------------------------------------
+
+namespace {
+
+sqlite3_mem_methods plain;  // SQLite's own allocator, below the budget
+
+void* allocate(int bytes) noexcept {
+  MemoryBudget* const budget = MemoryBudget::armed();
+  if (!budget) return plain.xMalloc(bytes);
+  if (!budget->admits(bytes)) return nullptr;
+  void* const memory = plain.xMalloc(bytes);
+  if (memory) budget->charge(plain.xSize(memory));
+  return memory;
+}
+
+void release(void* memory) noexcept {
+  MemoryBudget* const budget = MemoryBudget::armed();
+  if (budget && memory) budget->charge(-std::int64_t{plain.xSize(memory)});
+  plain.xFree(memory);
+}
+
+void* reallocate(void* memory, int bytes) noexcept {
+  MemoryBudget* const budget = MemoryBudget::armed();
+  if (!budget) return plain.xRealloc(memory, bytes);
+  std::int64_t const before = memory ? plain.xSize(memory) : 0;
+  if (!budget->admits(bytes - before)) return nullptr;
+  void* const moved = plain.xRealloc(memory, bytes);
+  if (moved) budget->charge(plain.xSize(moved) - before);
+  return moved;
+}
+
+}  // namespace
+
+bool MemoryBudget::install() {
+  if (sqlite3_config(SQLITE_CONFIG_GETMALLOC, &plain) != SQLITE_OK) return false;
+  sqlite3_mem_methods budgeted = plain;
+  budgeted.xMalloc = allocate;
+  budgeted.xFree = release;
+  budgeted.xRealloc = reallocate;
+  return sqlite3_config(SQLITE_CONFIG_MALLOC, &budgeted) == SQLITE_OK;
 }
 
 BudgetsLifted::BudgetsLifted() : armed_(std::exchange(innermost, nullptr)) {}

@@ -31,6 +31,9 @@ class TOLVA_EXPORT MemoryBudget {
   MemoryBudget(MemoryBudget const&) = delete;
   MemoryBudget& operator=(MemoryBudget const&) = delete;
 
+  /// Whether SQLite was refused memory, for want of bytes or of time.
+  bool spent() const { return spent_ != Spent::nothing; }
+
   /// Charges `bytes` that an operation keeps of what it read to the budgets of this thread, for good: a small file can
   /// hold one long text under many names. False when they do not fit.
   static bool keep(std::int64_t bytes) noexcept;
@@ -39,6 +42,9 @@ class TOLVA_EXPORT MemoryBudget {
   static bool ranOutOfTime() noexcept;
 
   // For the allocator under SQLite --------------------------------------------------------------
+
+  /// Puts the budgets under SQLite's allocator; called once, by `SQLiteLibrary`. False when SQLite is initialised.
+  static bool install();
 
   /// The innermost budget of this thread, or null.
   static MemoryBudget* armed() noexcept;

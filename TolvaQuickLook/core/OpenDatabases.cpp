@@ -29,7 +29,10 @@ OpenDatabase OpenDatabases::find(sqlite3_file* file) {
 
 OpenDatabase OpenDatabases::remove(sqlite3_file* file) {
   MutexLock const lock(lock_);
-  return std::move(open_.extract(file).mapped());
+  auto const entry = open_.find(file);
+  OpenDatabase database = std::move(entry->second);
+  open_.erase(entry);
+  return database;
 }
 
 void OpenDatabases::setSharedMemory(sqlite3_file* file, std::optional<FileNode> node) {

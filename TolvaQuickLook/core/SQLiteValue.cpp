@@ -16,6 +16,8 @@ template <class... Cases>
 struct Match : Cases... {
   using Cases::operator()...;
 };
+template <class... Cases>
+Match(Cases...) -> Match<Cases...>;  // clang 14 needs it said
 
 }  // namespace
 

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/SchemaPragmas.hpp"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 #include <chrono>
 #include <iterator>
@@ -20,25 +18,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto flagsBudget = 100ms;  // thousands of tables take a few
+// What resolving the views of a file may take before a table's flags are read otherwise.
+constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
+constexpr auto resolvingTime = 50ms;
 
 bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
-
-/// Keeps SQLite from resolving views for a scope.
-class ViewsDisabled {
- public:
-  explicit ViewsDisabled(SQLiteConnection const& connection) : db_(connection.handle()) {
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, -1, &before_);
-    sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, 0, nullptr);
-  }
-  ~ViewsDisabled() { sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_VIEW, before_, nullptr); }
-  ViewsDisabled(ViewsDisabled const&) = delete;
-  ViewsDisabled& operator=(ViewsDisabled const&) = delete;
-
- private:
-  sqlite3* const db_;
-  int before_ = 1;
-};
 
 std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::string const& object) {
   SQLiteStatement row = connection.prepare("PRAGMA table_xinfo(" + quoteIdentifier(object) + ")");
@@ -67,17 +51,15 @@ void readFlags(SQLiteConnection& connection, TableSchema& schema) {
   }
 }
 
-/// False where it takes too long. `table_list` begins with resolving all views of the file, again from the start for
-/// each object while one of them cannot be resolved: minutes in a hostile file. So views are off, which makes each try
-/// cheap, and there is a limit all the same.
-bool readFlagsInTime(SQLiteConnection& connection, TableSchema& schema) {
-  ViewsDisabled const disabled(connection);
-  MemoryBudget const budget(MemoryBudget::unlimited, uptime() + flagsBudget);
+/// False where it takes too much. `table_list` begins with resolving all views of the file, again from the start for each
+/// object while one of them cannot be resolved: minutes in a hostile file. What it has resolved stays so.
+bool readFlagsWithinBudget(SQLiteConnection& connection, TableSchema& schema) {
+  MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
   try {
     readFlags(connection, schema);
     return true;
   } catch (DatabaseError const&) {
-    if (!MemoryBudget::ranOutOfTime()) throw;
+    if (!budget.spent()) throw;
     return false;
   }
 }
@@ -174,7 +156,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
 
 TableSchema readSchema(SQLiteConnection& connection, DatabaseObject const& object) {
   TableSchema schema{.object = object, .columns = readColumns(connection, object.name)};
-  if (!readFlagsInTime(connection, schema)) readFlagsOfCopy(connection, schema);
+  if (!readFlagsWithinBudget(connection, schema)) readFlagsOfCopy(connection, schema);
   schema.identity = rowIdentity(connection, schema);
   return schema;
 }

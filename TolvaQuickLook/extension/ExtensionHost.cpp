@@ -9,6 +9,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "core/SQLiteLibrary.hpp"
 #include "extension/ErrorText.hpp"
 #include "extension/PreviewProvider.hpp"
 
@@ -73,6 +74,7 @@ bool outputArrived() {
 }  // namespace
 
 int extensionMain(int count, char** arguments) {
+  SQLiteLibrary::leaveOutStatistics();
   std::span const names = std::span(arguments, static_cast<std::size_t>(count)).subspan(count > 0 ? 1 : 0);
   std::string_view const only = names.size() == 1 ? names.front() : "";
   bool succeeded = true;

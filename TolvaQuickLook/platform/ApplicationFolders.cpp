@@ -35,7 +35,7 @@ std::filesystem::path homeOfPasswordDatabase() {
 }
 
 std::filesystem::path dataFolder() {
-  if (auto const data = folderNamedBy("XDG_DATA_HOME"); !data.empty()) return data;
+  if (auto data = folderNamedBy("XDG_DATA_HOME"); !data.empty()) return data;
   auto const home = folderNamedBy("HOME");
   return (home.empty() ? homeOfPasswordDatabase() : home) / ".local/share";
 }

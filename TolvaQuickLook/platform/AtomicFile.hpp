@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "platform/Descriptor.hpp"
-#include "platform/Export.hpp"
 
 namespace tolva {
 
@@ -32,7 +31,7 @@ struct AtomicFileOptions {
 /// exchanging its path meanwhile changes nothing. Used by one thread at a time.
 /// Every step throws `std::filesystem::filesystem_error` and leaves the destination as it was, but for the last part of
 /// `publish`. After a failure the object is of no more use.
-class TOLVA_EXPORT AtomicFile {
+class AtomicFile {
  public:
   explicit AtomicFile(std::filesystem::path const& destination, AtomicFileOptions const& options = {});
   AtomicFile(int folder, std::string name, AtomicFileOptions const& options = {});  // `folder` is open for reading

@@ -8,15 +8,14 @@
 #include <string_view>
 
 #include "platform/Bytes.hpp"
-#include "platform/Export.hpp"
 
 namespace tolva {
 
 /// Bytes in the base64 alphabet with padding (RFC 4648, section 4), without line breaks. Any thread.
-TOLVA_EXPORT std::string base64(std::span<std::uint8_t const> bytes);
+std::string base64(std::span<std::uint8_t const> bytes);
 
 /// Reads what `base64` writes and nothing else: none for white space, missing or surplus padding, the alphabet for file
 /// names, and unused bits that are not zero. Any thread.
-TOLVA_EXPORT std::optional<Bytes> bytesFromBase64(std::string_view text);
+std::optional<Bytes> bytesFromBase64(std::string_view text);
 
 }  // namespace tolva

@@ -2,14 +2,16 @@
 #include "platform/DateText.hpp"
 
 #include <fmt/format.h>
-#include <unicode/dtptngen.h>
-#include <unicode/simpletz.h>
-#include <unicode/smpdtfmt.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string_view>
+
+#include "platform/DateLibrary.hpp"
 
 namespace tolva {
 namespace {
@@ -46,22 +48,62 @@ std::string plainText(TimePoint time) {
                      clock.minutes().count());
 }
 
-std::string localizedText(TimePoint time, std::string const& localeName, std::unique_ptr<icu::TimeZone> zone) {
-  auto const locale = icu::Locale::createCanonical(localeName.c_str());
-  if (locale.isBogus()) return plainText(time);  // ICU 72 crashes on it
+/// The canonical form of a locale's name; nothing for one that ICU would crash on.
+std::optional<std::string> canonicalLocale(DateLibrary const& icu, std::string const& name) {
+  char canonical[ULOC_FULLNAME_CAPACITY];
+  char language[ULOC_LANG_CAPACITY];
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::DateTimePatternGenerator> const patterns(
-      icu::DateTimePatternGenerator::createInstance(locale, status));
-  if (U_FAILURE(status)) return plainText(time);
-  icu::SimpleDateFormat format(patterns->getBestPattern(u"yMdjm", status), locale, status);
-  if (U_FAILURE(status)) return plainText(time);
-  format.adoptTimeZone(zone.release());
+  icu.canonicalize(name.c_str(), canonical, sizeof canonical, &status);
+  if (U_FAILURE(status) || status == U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
+  icu.language(canonical, language, sizeof language, &status);
+  if (U_FAILURE(status) || status == U_STRING_NOT_TERMINATED_WARNING) return std::nullopt;
+  return canonical;
+}
+
+/// The pattern that CLDR prefers for a numeric date and a short time.
+std::u16string patternOf(DateLibrary const& icu, std::string const& locale) {
+  constexpr std::u16string_view skeleton = u"yMdjm";
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<void*, decltype(icu.closePatterns)> const patterns(icu.openPatterns(locale.c_str(), &status),
+                                                                     icu.closePatterns);
+  if (U_FAILURE(status)) return {};
+  std::array<char16_t, 128> pattern;
+  auto const length = icu.bestPattern(patterns.get(), skeleton.data(), static_cast<int>(skeleton.size()),
+                                      pattern.data(), static_cast<int>(pattern.size()), &status);
+  return U_FAILURE(status) ? std::u16string() : std::u16string(pattern.data(), static_cast<std::size_t>(length));
+}
+
+std::string formatted(DateLibrary const& icu, TimePoint time, std::string const& locale, std::string const& zoneName) {
+  std::u16string const pattern = patternOf(icu, locale);
+  if (pattern.empty()) return {};
+  std::u16string const zone(zoneName.begin(), zoneName.end());
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<void*, decltype(icu.closeFormat)> const format(
+      icu.openFormat(UDAT_PATTERN, UDAT_PATTERN, locale.c_str(), zone.data(), static_cast<int>(zone.size()),
+                     pattern.data(), static_cast<int>(pattern.size()), &status),
+      icu.closeFormat);
   auto const milliseconds = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch()).count();
-  icu::UnicodeString text;
-  format.format(static_cast<UDate>(milliseconds), text);
-  text.findAndReplace(u"\u202F", u" ");
-  std::string encoded;
-  return text.toUTF8String(encoded);
+  std::array<char16_t, 256> text;
+  std::array<char, 3 * text.size()> encoded;
+  auto const length = icu.format(format.get(), static_cast<UDate>(milliseconds), text.data(),
+                                 static_cast<int>(text.size()), nullptr, &status);
+  std::ranges::replace(text, u'\u202F', u' ');
+  icu.toUTF8(encoded.data(), static_cast<int>(encoded.size()), nullptr, text.data(), length, &status);
+  return U_FAILURE(status) ? std::string() : std::string(encoded.data());
+}
+
+/// The zone is a name or an offset as "GMT+05:45".
+std::string localizedText(TimePoint time, std::string const& localeName, std::string const& zone) {
+  DateLibrary const* const icu = DateLibrary::shared();
+  std::optional<std::string> const locale = icu ? canonicalLocale(*icu, localeName) : std::nullopt;
+  std::string const text = locale ? formatted(*icu, time, *locale, zone) : std::string();
+  return text.empty() ? plainText(time) : text;
+}
+
+/// The offset of local time from UTC, to the second as old zones had it.
+std::string offsetZone(long seconds) {
+  long const size = std::labs(seconds);
+  return fmt::format("GMT{}{:02}:{:02}:{:02}", seconds < 0 ? '-' : '+', size / 3600, size / 60 % 60, size % 60);
 }
 
 }  // namespace
@@ -72,14 +114,11 @@ std::string dateText(TimePoint time) {
   if (!localtime_r(&seconds, &local)) return plainText(time);
   std::string const locale = environmentLocale();
   if (readsLikeAmerican(locale)) return americanText(local);
-  auto const offset = static_cast<std::int32_t>(local.tm_gmtoff * 1000);
-  return localizedText(time, locale, std::make_unique<icu::SimpleTimeZone>(offset, icu::UnicodeString()));
+  return localizedText(time, locale, offsetZone(local.tm_gmtoff));
 }
 
 std::string dateText(TimePoint time, std::string const& locale, std::string const& zone) {
-  auto const id = icu::UnicodeString::fromUTF8(zone);
-  return localizedText(time, readsLikeAmerican(locale) ? "en_US" : locale,
-                       std::unique_ptr<icu::TimeZone>(icu::TimeZone::createTimeZone(id)));
+  return localizedText(time, readsLikeAmerican(locale) ? "en_US" : locale, zone);
 }
 
 }  // namespace tolva

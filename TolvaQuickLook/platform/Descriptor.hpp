@@ -3,14 +3,12 @@
 
 #include <utility>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// The owner of one file descriptor, closed when it goes. Movable; used by one thread at a time.
 ///
 /// Not for a file that SQLite may have open: closing such a descriptor drops SQLite's locks. `SafeFile` is for those.
-class TOLVA_EXPORT Descriptor {
+class Descriptor {
  public:
   Descriptor() = default;
   explicit Descriptor(int descriptor) : descriptor_(descriptor) {}  // a negative one owns nothing

@@ -4,8 +4,6 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// The year at whose first moment, UTC, a stored time counts from.
@@ -17,8 +15,8 @@ enum class EpochYear { y1970 = 1970, y2001 = 2001 };
 /// time in seconds since `epoch`, as `doubleText` writes it, "0.0" where the file system keeps none. Neither the change
 /// nor the modification time stands in for it: they move whenever the file is written.
 /// Throws `std::filesystem::filesystem_error` when the file cannot be looked up.
-std::string TOLVA_EXPORT fileIdentity(std::filesystem::path const& path, EpochYear epoch);    // at the end of links
-std::string TOLVA_EXPORT fileIdentity(int folder, std::string const& name, EpochYear epoch);  // a link itself
-std::string TOLVA_EXPORT fileIdentity(int descriptor, EpochYear epoch);
+std::string fileIdentity(std::filesystem::path const& path, EpochYear epoch);    // at the end of links
+std::string fileIdentity(int folder, std::string const& name, EpochYear epoch);  // a link itself
+std::string fileIdentity(int descriptor, EpochYear epoch);
 
 }  // namespace tolva

@@ -8,8 +8,6 @@
 #include <optional>
 #include <string>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// What two names of one file have in common, hard links included. Good while the file exists: Linux gives the
@@ -24,8 +22,8 @@ struct FileNode {
 // Nothing when there is no such file or it cannot be looked up. The file itself is never opened, so that no lock that
 // SQLite has on it is dropped. Any thread.
 
-std::optional<FileNode> TOLVA_EXPORT fileNode(std::filesystem::path const& path);    // at the end of links
-std::optional<FileNode> TOLVA_EXPORT fileNode(int folder, std::string const& name);  // a link itself
-std::optional<FileNode> TOLVA_EXPORT fileNode(int descriptor);
+std::optional<FileNode> fileNode(std::filesystem::path const& path);    // at the end of links
+std::optional<FileNode> fileNode(int folder, std::string const& name);  // a link itself
+std::optional<FileNode> fileNode(int descriptor);
 
 }  // namespace tolva

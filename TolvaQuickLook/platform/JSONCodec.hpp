@@ -64,14 +64,14 @@ T decodeJSON(JSONValue const& value) {
 }
 
 /// Ends a decoding: the value of `key` is not `expected`, which completes the sentence "… is not a …".
-[[noreturn]] TOLVA_EXPORT void refuseJSON(std::string_view key, std::string_view expected);
+[[noreturn]] void refuseJSON(std::string_view key, std::string_view expected);
 
-[[noreturn]] TOLVA_EXPORT void refuseMissingKey(std::string_view key);
+[[noreturn]] void refuseMissingKey(std::string_view key);
 
 // Plain values -----------------------------------------------------------------------------------
 
 template <>
-struct TOLVA_EXPORT JSONForm<bool> {
+struct JSONForm<bool> {
   static void write(bool value, JSONWriter& out) { out.value(value); }
   static bool read(JSONValue const& value, std::string_view key);
 };
@@ -89,27 +89,27 @@ struct JSONForm<T> {
 
 /// A whole literal reads as a double too: 5.0 is written as `5`.
 template <>
-struct TOLVA_EXPORT JSONForm<double> {
+struct JSONForm<double> {
   static void write(double value, JSONWriter& out) { out.value(value); }
   static double read(JSONValue const& value, std::string_view key);
 };
 
 template <>
-struct TOLVA_EXPORT JSONForm<std::string> {
+struct JSONForm<std::string> {
   static void write(std::string const& value, JSONWriter& out) { out.value(value); }
   static std::string read(JSONValue const& value, std::string_view key);
 };
 
 /// Base64 text.
 template <>
-struct TOLVA_EXPORT JSONForm<Bytes> {
+struct JSONForm<Bytes> {
   static void write(Bytes const& value, JSONWriter& out) { out.value(value); }
   static Bytes read(JSONValue const& value, std::string_view key);
 };
 
 /// Upper-case text; either case is read.
 template <>
-struct TOLVA_EXPORT JSONForm<UUID> {
+struct JSONForm<UUID> {
   static void write(UUID const& value, JSONWriter& out) { out.value(value.text()); }
   static UUID read(JSONValue const& value, std::string_view key);
 };
@@ -117,7 +117,7 @@ struct TOLVA_EXPORT JSONForm<UUID> {
 /// Seconds since 2001-01-01T00:00:00Z as a double. What was read is written again with the same digits, as long as its
 /// double is no finer than a nanosecond, which holds from four months off the epoch.
 template <>
-struct TOLVA_EXPORT JSONForm<std::chrono::system_clock::time_point> {
+struct JSONForm<std::chrono::system_clock::time_point> {
   static void write(std::chrono::system_clock::time_point value, JSONWriter& out);
   static std::chrono::system_clock::time_point read(JSONValue const& value, std::string_view key);
 };

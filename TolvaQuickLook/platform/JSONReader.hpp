@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <string_view>
 
-#include "platform/Export.hpp"
 #include "platform/JSONError.hpp"
 #include "platform/JSONValue.hpp"
 
@@ -18,6 +17,6 @@ inline constexpr std::size_t jsonDepthLimit = 512;
 /// Strict: the text is valid UTF-8 without a byte order mark, and nothing follows the value, not even a NUL. Any value
 /// may stand alone. If an object names a member twice, the last value wins, at the place of the first.
 /// Throws `JSONError` with the offset where reading stopped.
-TOLVA_EXPORT JSONValue readJSON(std::string_view text);
+JSONValue readJSON(std::string_view text);
 
 }  // namespace tolva

@@ -9,8 +9,6 @@
 #include <variant>
 #include <vector>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// One JSON value (RFC 8259) with all that it contains. A value.
@@ -18,7 +16,7 @@ namespace tolva {
 /// A number is the text of its literal, so nothing of it is lost before somebody asks for an integer or a double. The
 /// members of an object keep their order, and no two have the same name. A tree that was read is at most
 /// `jsonDepthLimit` levels deep and may be walked by recursion; whoever builds one keeps to that depth.
-class TOLVA_EXPORT JSONValue {
+class JSONValue {
  public:
   enum class Kind { null, boolean, number, string, array, object };
 

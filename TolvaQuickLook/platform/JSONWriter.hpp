@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.hpp"
 #include "platform/JSONError.hpp"
 
 namespace tolva {
@@ -20,7 +19,7 @@ class JSONValue;
 /// for each `begin`. Texts are valid UTF-8. The form of each value is fixed for ever, since users' files hold its
 /// length and its digest: `"`, `\` and `/` stand behind a backslash; bytes below 0x20 are `\b \f \n \r \t` or `\u00xx`
 /// in lower case; every other byte stands as it is; a double is its shortest text, without ".0".
-class TOLVA_EXPORT JSONWriter {
+class JSONWriter {
  public:
   /// `out` outlives the writer; what it holds already is left alone.
   explicit JSONWriter(std::string& out) : out_(out) {}
@@ -75,6 +74,6 @@ struct JSONStyle {
 };
 
 /// The text of a tree in the forms of `JSONWriter`; numbers are written with the literals that they hold. Any thread.
-TOLVA_EXPORT std::string writeJSON(JSONValue const& value, JSONStyle style = {});
+std::string writeJSON(JSONValue const& value, JSONStyle style = {});
 
 }  // namespace tolva

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include "platform/Export.hpp"
 #include "platform/FileNode.hpp"
 
 namespace tolva {
@@ -11,7 +10,7 @@ namespace tolva {
 /// A POSIX lock belongs to a process and an inode, and close() of any descriptor of that inode drops it
 /// (https://sqlite.org/howtocorrupt.html, 2.2): a moment later another process writes into our transaction.
 /// Any thread: one plain lock, under which both the decision and the close happen, so that no hold slips in between.
-class TOLVA_EXPORT LockedFiles {
+class LockedFiles {
  public:
   /// Called before SQLite takes its first lock on a file, and counted: each connection holds for itself. In WAL mode the
   /// locks lie on the "-shm" companion, which appears with the first statement and is held as well.

@@ -8,12 +8,10 @@
 #include <string>
 #include <string_view>
 
-#include "platform/Export.hpp"
-
 namespace tolva {
 
 /// The SHA-256 digest (FIPS 180-4) of a message that comes in pieces. Used by one thread.
-class TOLVA_EXPORT SHA256 {
+class SHA256 {
  public:
   using Digest = std::array<std::uint8_t, 32>;
 
@@ -34,10 +32,10 @@ class TOLVA_EXPORT SHA256 {
 };
 
 /// Two lower-case hexadecimal digits for each byte. Any thread.
-TOLVA_EXPORT std::string hexText(std::span<std::uint8_t const> bytes);
+std::string hexText(std::span<std::uint8_t const> bytes);
 
 /// The digest of a whole message as `hexText`, 64 characters. Any thread.
-TOLVA_EXPORT std::string sha256Text(std::span<std::uint8_t const> message);
-TOLVA_EXPORT std::string sha256Text(std::string_view message);
+std::string sha256Text(std::span<std::uint8_t const> message);
+std::string sha256Text(std::string_view message);
 
 }  // namespace tolva

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "platform/Bytes.hpp"
-#include "platform/Export.hpp"
 #include "platform/FileStatus.hpp"
 
 namespace tolva {
@@ -21,7 +20,7 @@ enum class Links { follow, refuse };
 /// It may be anything, a database that SQLite has open at this moment included, so it is closed through `LockedFiles`.
 /// Throws `std::filesystem::filesystem_error` when the file cannot be opened or read; a pipe, device or folder is
 /// refused at once with `std::errc::invalid_argument`. Movable; used by one thread at a time.
-class TOLVA_EXPORT SafeFile {
+class SafeFile {
  public:
   explicit SafeFile(std::filesystem::path const& path, Links links = Links::follow);
   SafeFile(int folder, std::string const& name, Links links = Links::refuse);  // `name` in an open folder

@@ -43,8 +43,11 @@ std::size_t validUTF8Prefix(std::string_view text) {
   auto const* const bytes = reinterpret_cast<std::uint8_t const*>(text.data());
   std::size_t at = 0;
   while (at < text.size()) {
-    if (text.size() - at >= 8 && isASCII(bytes + at)) {
+    std::size_t const left = text.size() - at;
+    if (left >= 8 && isASCII(bytes + at)) {
       at += 8;
+    } else if (left < 8 && text.size() >= 8 && isASCII(bytes + text.size() - 8)) {
+      return text.size();  // the last eight bytes are looked at again, all at once
     } else if (bytes[at] < 0x80) {
       ++at;
     } else {

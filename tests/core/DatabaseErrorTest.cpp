@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Failure.hpp"
+
 namespace tolva {
 namespace {
 

@@ -3,13 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "platform/JSONWriter.hpp"
-#include "platform/Uptime.hpp"
 #include "support/Corpora.hpp"
 #include "support/JSONFailure.hpp"
 
@@ -238,9 +237,9 @@ TEST(JSONReader, FindsEqualNamesAmongVeryManyInTime) {
   std::string text = "{";
   for (int i = 0; i < 200'000; ++i) text += "\"" + std::to_string(i) + "\":0,";
   text.back() = '}';
-  auto const begun = uptime();
+  std::clock_t const begun = std::clock();  // processor time: what else the machine does must not matter
   EXPECT_EQ(writeJSON(readJSON(text)), text);
-  EXPECT_LT(uptime() - begun, std::chrono::seconds(10));  // a search of all names before it for each takes minutes
+  EXPECT_LT(std::clock() - begun, 10 * CLOCKS_PER_SEC);  // a search of all names before it for each takes minutes
 }
 
 /// The files of the public JSON test suite whose names begin with `prefix`: "y_" to be read, "n_" to be refused, "i_" as

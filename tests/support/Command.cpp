@@ -45,6 +45,10 @@ std::vector<char*> pointers(std::vector<std::string> const& texts) {
   return all;
 }
 
+std::chrono::duration<double> durationOf(timeval const& time) {
+  return std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
+}
+
 [[noreturn]] void become(std::vector<std::string> const& arguments, CommandOptions const& options, int output,
                          int errors) {
   if (!options.output.empty()) output = open(options.output.c_str(), O_WRONLY);
@@ -74,6 +78,7 @@ CommandResult runCommand(std::vector<std::string> const& arguments, CommandOptio
           .output = output.text(),
           .errors = errors.text(),
           .seconds = std::chrono::steady_clock::now() - begun,
+          .processor = durationOf(used.ru_utime) + durationOf(used.ru_stime),
           .peakMemory = used.ru_maxrss};
 }
 

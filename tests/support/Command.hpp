@@ -14,7 +14,8 @@ struct CommandResult {
   std::string output;
   std::string errors;
   std::chrono::duration<double> seconds{};
-  long peakMemory = 0;  // KiB of resident memory
+  std::chrono::duration<double> processor{};  // time of it that it computed, which a busy machine does not stretch
+  long peakMemory = 0;                        // KiB of resident memory
 };
 
 struct CommandOptions {

@@ -1,0 +1,280 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/DatabaseWriter.hpp"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <span>
+#include <string_view>
+#include <unordered_map>
+
+#include "core/PreparedStatements.hpp"
+#include "core/SQLIdentifier.hpp"
+#include "core/SQLiteConnection.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "core/TraceInterval.hpp"
+#include "platform/TaskCancellation.hpp"
+
+namespace tolva {
+namespace {
+
+using Names = std::vector<std::string>;
+using Values = std::vector<SQLiteValue>;
+
+constexpr int inlineBlobLimit = 65'536;  // bytes of a blob that is read to name a row
+
+bool isWritable(std::filesystem::path const& path) {
+  return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+}
+
+// SQL ----------------------------------------------------------------------------------------------
+
+/// The quoted names, `behind` following each and `between` between two.
+std::string listed(Names const& names, std::string_view behind, std::string_view between) {
+  std::string list;
+  for (std::string const& name : names) {
+    if (!list.empty()) list += between;
+    list += quoteIdentifier(name);
+    list += behind;
+  }
+  return list;
+}
+
+std::string updateSQL(TableSchema const& schema, Names const& changed, Names const& guarded) {
+  return "UPDATE " + quoteIdentifier(schema.object.name) + " SET " + listed(changed, " = ?", ",") + " WHERE " +
+         listed(guarded, " IS ?", " AND ") + " RETURNING " + listed(schema.identity, "", ",");
+}
+
+std::string insertSQL(TableSchema const& schema, Names const& columns) {
+  std::string const table = quoteIdentifier(schema.object.name);
+  if (columns.empty()) return "INSERT INTO " + table + " DEFAULT VALUES";
+  std::string places = "?";
+  for (std::size_t place = 1; place < columns.size(); ++place) places += ",?";
+  return "INSERT INTO " + table + " (" + listed(columns, "", ",") + ") VALUES (" + places + ")";
+}
+
+std::string deleteSQL(TableSchema const& schema, Names const& guarded) {
+  return "DELETE FROM " + quoteIdentifier(schema.object.name) + " WHERE " + listed(guarded, " IS ?", " AND ");
+}
+
+// Editing ------------------------------------------------------------------------------------------
+
+using RowChanges = std::vector<CellChange const*>;  // the changes of one row, in their order
+
+struct IdentityHash {
+  static std::size_t of(SQLiteValue const& value) {
+    if (auto const* integer = value.asInteger()) return std::hash<std::int64_t>()(*integer);
+    if (auto const* real = value.asReal()) return std::hash<double>()(*real);
+    if (auto const* text = value.asText()) return std::hash<std::string_view>()(*text);
+    auto const* const blob = value.asBlob();
+    return blob ? std::hash<std::string_view>()({reinterpret_cast<char const*>(blob->data()), blob->size()}) : 0;
+  }
+  std::size_t operator()(Values const* identity) const {
+    std::size_t hash = identity->size();
+    for (SQLiteValue const& value : *identity) hash = hash * 31 + of(value);
+    return hash;
+  }
+};
+
+struct IdentityEqual {
+  bool operator()(Values const* left, Values const* right) const { return *left == *right; }
+};
+
+/// In the order of each row's first change.
+std::vector<RowChanges> groupedByRow(std::vector<CellChange> const& changes, std::stop_token const& task) {
+  std::vector<RowChanges> groups;
+  std::unordered_map<Values const*, std::size_t, IdentityHash, IdentityEqual> known;  // places in `groups`
+  for (CellChange const& change : changes) {
+    checkCancellation(task);
+    auto const [group, isNew] = known.try_emplace(&change.row.identity, groups.size());
+    if (isNew) groups.emplace_back();
+    groups[group->second].push_back(&change);
+  }
+  return groups;
+}
+
+bool hasUsableIdentity(TableSchema const& schema, DatabaseRow const& row) {
+  return row.identity.size() == schema.identity.size() && std::ranges::none_of(row.identity, &SQLiteValue::isDeferred);
+}
+
+/// What one row is asked to become.
+struct RowEdit {
+  Names columns;  // as they are assigned and compared; one may stand twice
+  Values assigned;
+  Values seen;   // the values as the person saw them
+  Values after;  // the whole row with what is assigned
+};
+
+/// The place of a column whose value a person can have edited in place: an ordinary one that was read whole.
+std::size_t editablePlace(TableSchema const& schema, DatabaseRow const& row, std::string const& column) {
+  auto const found = std::ranges::find(schema.columns, column, &DatabaseColumn::name);
+  auto const place = static_cast<std::size_t>(found - schema.columns.begin());
+  if (found == schema.columns.end() || found->generated || place >= row.values.size() ||
+      row.values[place].isDeferred()) {
+    throw DatabaseError("Generated or deferred values cannot be edited inline.");
+  }
+  return place;
+}
+
+RowEdit rowEdit(TableSchema const& schema, RowChanges const& changes) {
+  DatabaseRow const& row = changes.front()->row;
+  RowEdit edit{.after = row.values};
+  for (CellChange const* const change : changes) {
+    std::size_t const place = editablePlace(schema, row, change->column);
+    edit.columns.push_back(change->column);
+    edit.assigned.push_back(change->value);
+    edit.seen.push_back(row.values[place]);
+    edit.after[place] = change->value;
+  }
+  return edit;
+}
+
+/// The identity that the current row of an UPDATE returns.
+Values returnedIdentity(SQLiteStatement const& row) {
+  Values identity = row.row(/*full=*/false);
+  for (std::size_t column = 0; column < identity.size(); ++column) {
+    auto const* const blob = identity[column].asLargeBlob();
+    if (blob && blob->bytes <= inlineBlobLimit) identity[column] = row.value(static_cast<int>(column), /*full=*/true);
+  }
+  if (std::ranges::any_of(identity, &SQLiteValue::isDeferred)) {
+    throw DatabaseError("The edited primary key exceeds the inline-edit size limit.");
+  }
+  return identity;
+}
+
+Values joined(std::initializer_list<std::reference_wrapper<Values const>> lists) {
+  Values all;
+  for (Values const& list : lists) all.insert(all.end(), list.begin(), list.end());
+  return all;
+}
+
+/// Edits one row and returns its identity after that.
+Values updateRow(PreparedStatements& statements, TableSchema const& schema, Values const& identity,
+                 RowEdit const& edit) {
+  Names guarded = schema.identity;
+  guarded.insert(guarded.end(), edit.columns.begin(), edit.columns.end());
+  SQLiteStatement& update =
+      statements.ready(updateSQL(schema, edit.columns, guarded), guarded, joined({edit.assigned, identity, edit.seen}));
+  if (!update.step()) throw DatabaseError("This row changed in another application. Refresh before editing.");
+  Values after = returnedIdentity(update);
+  if (update.step()) throw DatabaseError("The edit matched more than one row.");
+  return after;
+}
+
+/// Makes the changes of one row and adds them to `results`.
+void applyToRow(PreparedStatements& statements, TableSchema const& schema, RowChanges const& changes,
+                std::vector<CellChange>& results) {
+  DatabaseRow const& row = changes.front()->row;
+  if (!hasUsableIdentity(schema, row)) throw DatabaseError("This row has no usable stable identity.");
+  RowEdit edit = rowEdit(schema, changes);
+  Values identity = updateRow(statements, schema, row.identity, edit);
+  DatabaseRow const after{.values = std::move(edit.after), .identity = std::move(identity)};
+  for (CellChange const* const change : changes) {
+    results.push_back({after, change->column, change->value, row.identity});
+  }
+}
+
+// Deleting -----------------------------------------------------------------------------------------
+
+void deleteRow(SQLiteConnection& connection, PreparedStatements& statements, TableSchema const& schema,
+               DatabaseRow const& row) {
+  if (!hasUsableIdentity(schema, row) || row.values.size() != schema.columns.size()) {
+    throw DatabaseError("This row has no usable identity.");
+  }
+  Names guarded = schema.identity;
+  Values values = row.identity;
+  for (std::size_t column = 0; column < row.values.size(); ++column) {
+    if (row.values[column].isDeferred()) continue;
+    guarded.push_back(schema.columns[column].name);
+    values.push_back(row.values[column]);
+  }
+  statements.run(deleteSQL(schema, guarded), guarded, values);
+  if (sqlite3_changes64(connection.handle()) != 1) {
+    throw DatabaseError("This row changed externally. Refresh before deleting.");
+  }
+}
+
+}  // namespace
+
+DatabaseWriter::DatabaseWriter() : cancellation_(std::make_shared<CancellationHandle>()) {}
+
+DatabaseWriter::~DatabaseWriter() = default;
+
+void DatabaseWriter::open(std::filesystem::path const& database) {
+  Turn const turn(turns_);
+  if (!isWritable(database)) {
+    throw DatabaseError("This database can’t be modified. Check its file permissions.");
+  }
+  connection_.reset();
+  connection_ = SQLiteConnection::open(database, {.readOnly = false}, cancellation_);
+}
+
+void DatabaseWriter::close() {
+  Turn const turn(turns_);
+  connection_.reset();
+}
+
+bool DatabaseWriter::isOpen() const {
+  Turn const turn(turns_);
+  return connection_ != nullptr;
+}
+
+std::vector<CellChange> DatabaseWriter::apply(TableSchema const& schema, std::vector<CellChange> const& changes,
+                                              std::stop_token task) {
+  Turn const turn(turns_);
+  TraceInterval const interval("cell update");
+  if (!schema.editable()) throw DatabaseError("Tolva couldn’t determine a stable row identity for this object.");
+  SQLiteConnection& connection = db();
+  auto const applyAll = [&] {
+    HandleLock const held(connection);
+    PreparedStatements statements(connection, schema.object.name);
+    std::vector<CellChange> results;
+    results.reserve(changes.size());
+    for (RowChanges const& row : groupedByRow(changes, task)) {
+      checkCancellation(task);
+      applyToRow(statements, schema, row, results);
+    }
+    return results;
+  };
+  return connection.transaction(applyAll, task);
+}
+
+void DatabaseWriter::insert(TableSchema const& schema, std::map<std::string, SQLiteValue> const& values) {
+  Turn const turn(turns_);
+  if (!schema.editable()) throw DatabaseError("This object is read-only.");
+  SQLiteConnection& connection = db();
+  Names columns;
+  Values inserted;
+  for (DatabaseColumn const& column : schema.columns) {
+    auto const value = values.find(column.name);
+    if (value == values.end() || column.generated) continue;
+    columns.push_back(column.name);
+    inserted.push_back(value->second);
+  }
+  connection.execute(insertSQL(schema, columns), inserted);
+}
+
+void DatabaseWriter::deleteRows(TableSchema const& schema, std::vector<DatabaseRow> const& rows, std::stop_token task) {
+  Turn const turn(turns_);
+  if (!schema.editable()) throw DatabaseError("This object is read-only.");
+  SQLiteConnection& connection = db();
+  auto const deleteAll = [&] {
+    HandleLock const held(connection);
+    PreparedStatements statements(connection, schema.object.name);
+    for (DatabaseRow const& row : rows) {
+      checkCancellation(task);
+      deleteRow(connection, statements, schema, row);
+    }
+  };
+  connection.transaction(deleteAll, task);
+}
+
+SQLiteConnection& DatabaseWriter::db() const {
+  if (!connection_) throw DatabaseError("No database is open.", SQLITE_READONLY);
+  return *connection_;
+}
+
+}  // namespace tolva

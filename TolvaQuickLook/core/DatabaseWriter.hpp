@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "core/CancellationHandle.hpp"
+#include "core/CellChange.hpp"
+#include "core/DatabaseError.hpp"
+#include "core/DatabaseRow.hpp"
+#include "core/SQLiteValue.hpp"
+#include "core/TableSchema.hpp"
+#include "platform/Export.hpp"
+#include "platform/Turn.hpp"
+
+namespace tolva {
+
+class SQLiteConnection;
+
+/// The write service of one open database: edits, inserts and deletes, each with proof that it touches exactly the row
+/// that a person saw.
+///
+/// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows.
+/// An operation does all that it was asked or nothing. SQLite's failures pass through as `DatabaseError`; a lock that
+/// another program holds is waited for 1.2 seconds. On a closed writer they throw "No database is open." (code 8).
+class TOLVA_EXPORT DatabaseWriter {
+ public:
+  DatabaseWriter();
+  ~DatabaseWriter();
+  DatabaseWriter(DatabaseWriter const&) = delete;
+  DatabaseWriter& operator=(DatabaseWriter const&) = delete;
+
+  /// The handle of the writer's connection, the same for the writer's whole life.
+  std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
+
+  // Opening ------------------------------------------------------------------------------------
+
+  /// Makes ready for one file. One that may not be written is refused, and what was open before stays open; any other
+  /// failure leaves the writer closed. A database of the snapshot store is refused (code 8).
+  void open(std::filesystem::path const& database);
+
+  void close();
+  bool isOpen() const;
+
+  // Changing rows ------------------------------------------------------------------------------
+
+  /// Makes the changes in one transaction and returns them in the order of their rows' first ones: each with its row as
+  /// edited, which does not show what triggers did, and the row's identity before and after.
+  ///
+  /// The row must still have its identity and, in the columns that change, the values of `row`, both compared as SQLite
+  /// compares the column: 1 equals 1.0, and "a" equals "A" under NOCASE. All changes of one row are one statement,
+  /// guarded by the first one's `row`; of two changes of one cell the later stands.
+  std::vector<CellChange> apply(TableSchema const& schema, std::vector<CellChange> const& changes,
+                                std::stop_token task);
+
+  /// Inserts one row of the values by column name; names that are no column, or a generated one, are ignored.
+  void insert(TableSchema const& schema, std::map<std::string, SQLiteValue> const& values);
+
+  /// Deletes the rows in one transaction. Each must still have its identity and all its values but the deferred ones,
+  /// which are not compared.
+  void deleteRows(TableSchema const& schema, std::vector<DatabaseRow> const& rows, std::stop_token task);
+
+ private:
+  SQLiteConnection& db() const REQUIRES(turns_);
+
+  mutable TurnQueue turns_;
+  std::shared_ptr<CancellationHandle> const cancellation_;
+  std::shared_ptr<SQLiteConnection> connection_ GUARDED_BY(turns_);
+};
+
+}  // namespace tolva

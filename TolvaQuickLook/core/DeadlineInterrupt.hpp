@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <thread>
+
+#include "platform/Uptime.hpp"
+
+struct sqlite3;
+
+namespace tolva {
+
+/// Interrupts whatever runs on one handle once a deadline has come, and again and again until its scope ends.
+///
+/// The progress handler counts operations of SQLite's virtual machine, and one operation reads a whole value: entries of
+/// a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is noticed
+/// at the next row, and in a schema that is being parsed at the next blank. Belongs to the thread that made it, for as
+/// long as the handle is open; it watches from a thread of its own.
+class DeadlineInterrupt {
+ public:
+  DeadlineInterrupt(sqlite3* handle, Uptime deadline);
+  ~DeadlineInterrupt();
+  DeadlineInterrupt(DeadlineInterrupt const&) = delete;
+  DeadlineInterrupt& operator=(DeadlineInterrupt const&) = delete;
+
+ private:
+  std::jthread watch_;
+};
+
+}  // namespace tolva

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/PreparedStatements.hpp"
+
+#include <sqlite3.h>
+
+#include "core/SQLIdentifier.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr std::size_t mostCompiled = 64;  // one operation rarely has more than a few; each takes some kilobytes
+
+/// Fails with "no such column" unless the table has them all. A name behind its table's is never read as a string.
+void requireColumns(SQLiteConnection& connection, std::string const& table, std::span<std::string const> names) {
+  std::string sql = "SELECT ";
+  for (std::string const& name : names) {
+    sql += (&name == names.data() ? "" : ",") + quoteIdentifier(table) + "." + quoteIdentifier(name);
+  }
+  connection.prepare(sql + " FROM " + quoteIdentifier(table));
+}
+
+}  // namespace
+
+SQLiteStatement& PreparedStatements::ready(std::string const& sql, std::span<std::string const> names,
+                                           std::span<SQLiteValue const> values) {
+  auto const known = compiled_.find(sql);
+  SQLiteStatement& statement = known == compiled_.end() ? compile(sql, names) : known->second;
+  sqlite3_reset(statement.handle());
+  sqlite3_clear_bindings(statement.handle());
+  statement.bind(values);
+  return statement;
+}
+
+void PreparedStatements::run(std::string const& sql, std::span<std::string const> names,
+                             std::span<SQLiteValue const> values) try {
+  SQLiteStatement& statement = ready(sql, names, values);
+  while (statement.step()) continue;
+} catch (DatabaseError const& error) {
+  throw DatabaseError(error.detail + " [" + sql + "]", error.code);
+}
+
+SQLiteStatement& PreparedStatements::compile(std::string const& sql, std::span<std::string const> names) {
+  SQLiteStatement statement(connection_.shared_from_this(), sql);
+  requireColumns(connection_, table_, names);
+  if (compiled_.size() == mostCompiled) compiled_.clear();
+  return compiled_.emplace(sql, std::move(statement)).first->second;
+}
+
+}  // namespace tolva

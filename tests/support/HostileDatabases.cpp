@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "support/HostileDatabases.hpp"
+
+#include <fstream>
+#include <string>
+
+#include "support/RowsAsText.hpp"
+#include "support/SchemaPages.hpp"
+
+namespace tolva {
+namespace {
+
+void writeDatabase(std::filesystem::path const& path, std::string const& sql) {
+  std::ofstream(path).close();  // an empty file is a database without tables
+  rowsAsText(path, "PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF;" + sql);
+}
+
+/// Writes a file with a table and a view "v", whose SQL the expression `view` gives.
+void writeView(std::filesystem::path const& path, std::string const& view) {
+  writeDatabase(path,
+                "PRAGMA writable_schema = ON; CREATE TABLE t(a);"
+                "INSERT INTO sqlite_schema VALUES ('view', 'v', 'v', 0, " +
+                    view + ")");
+}
+
+}  // namespace
+
+void writeLongList(std::filesystem::path const& path) {
+  writeView(path, "'CREATE VIEW v AS SELECT 1 IN (0' || replace(hex(zeroblob(10000000)), '0', ',0') || ')'");
+}
+
+void writeLongToken(std::filesystem::path const& path) {
+  writeView(path, "'CREATE VIEW v AS SELECT ' || replace(hex(zeroblob(75000000)), '0', 'a')");
+}
+
+void writeMultiplyingViews(std::filesystem::path const& path) {
+  std::string sql = "BEGIN; CREATE TABLE v0(x);";
+  for (int table = 1; table <= 3000; ++table)
+    sql += "CREATE TABLE t" + std::to_string(table) + "(id INTEGER PRIMARY KEY);";
+  for (int view = 1; view <= 18; ++view) {
+    std::string const below = "v" + std::to_string(view - 1);
+    sql += "CREATE VIEW v" + std::to_string(view) + " AS SELECT a.x FROM " + below + " a, " + below + " b;";
+  }
+  writeDatabase(path, sql + "COMMIT");
+}
+
+void writeEndlessSchema(std::filesystem::path const& path) {
+  SchemaPages pages;
+  SchemaPages::Page below = pages.leaf(std::vector(20, pages.cell(SchemaPages::keptIndex)));
+  for (int level = 0; level < 8; ++level) below = pages.interior(std::vector(400, below));
+  pages.append(below, 300);
+  pages.write(path);
+}
+
+void writeSharedSQL(std::filesystem::path const& path) {
+  SchemaPages pages;
+  std::string const cell =
+      pages.cell({.type = "view", .name = "v", .table = "v", .sql = "create" + std::string(100'000'000, ' ')});
+  pages.append(pages.leaf({cell}), 300);
+  pages.write(path);
+}
+
+}  // namespace tolva
