@@ -29,13 +29,13 @@ char const* fetchName(BrowseRequest const& request) {
 
 /// Reads the rows of a page. The token behind them names the last row by its identity, unless that held text which had
 /// to be repaired: such a text has another place in the order, where rows would repeat for ever.
-RowPage readPage(RowCursor& cursor, std::int64_t delivered, HandleLock const& held, std::stop_token const& task) {
+RowPage readPage(RowCursor& cursor, std::int64_t delivered, std::stop_token const& task) {
   RowPage page;
   page.rows.reserve(pageRows);
   bool exact = true;
   for (std::int64_t memory = 0; memory < pageMemory && cursor.step();) {
     checkCancellation(task);
-    DatabaseRow const& row = page.rows.emplace_back(cursor.row(held));
+    DatabaseRow const& row = page.rows.emplace_back(cursor.row());
     exact = cursor.hasExactly(row.identity);
     memory += row.memorySize();
   }
@@ -78,7 +78,7 @@ RowPage DatabaseReader::page(TableSchema const& schema, BrowseRequest const& req
   BuiltQuery const query = TableQueryBuilder::build(schema, request, token, {.limit = pageRows});
   RowCursor cursor(db(), query, schema, RowCursor::Identity::asKey);
   HandleLock const held(db());
-  RowPage page = readPage(cursor, token ? token->offset : 0, held, task);
+  RowPage page = readPage(cursor, token ? token->offset : 0, task);
   checkAdvance(page, token, request);
   return page;
 }
@@ -97,7 +97,7 @@ std::optional<DatabaseRow> DatabaseReader::row(TableSchema const& schema, std::v
   if (identity.size() != schema.identity.size() || identity.empty()) return {};
   RowCursor cursor(db(), rowByIdentity(schema, identity), schema, RowCursor::Identity::wholly);
   if (!cursor.step()) return {};
-  return cursor.row(HandleLock(db()));
+  return cursor.row();
 }
 
 std::vector<DatabaseRow> DatabaseReader::selectedRows(TableSchema const& schema, BrowseRequest const& request,

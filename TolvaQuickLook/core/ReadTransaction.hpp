@@ -5,12 +5,12 @@
 
 namespace tolva {
 
-/// One state of the database for several reads, from the first of them to the end of the scope. Always rolled back.
-/// Used in the turn of the connection's service; statements made under it go before it does.
+/// Several statements that read one and the same state, for a scope: "BEGIN", and at the end always "ROLLBACK".
+/// Belongs to the turn of the connection's service.
 class ReadTransaction {
  public:
-  explicit ReadTransaction(SQLiteConnection& connection) : connection_(connection) { connection_.execute("BEGIN"); }
-  ~ReadTransaction() { connection_.rollBack(); }
+  explicit ReadTransaction(SQLiteConnection& connection);
+  ~ReadTransaction();  // a failure to roll back is ignored
   ReadTransaction(ReadTransaction const&) = delete;
   ReadTransaction& operator=(ReadTransaction const&) = delete;
 

@@ -27,10 +27,10 @@ RowCursor::RowCursor(SQLiteConnection& connection, BuiltQuery const& query, Tabl
       keys_(statement_.columnCount() - columns_),
       identity_(identity) {}
 
-DatabaseRow RowCursor::row(HandleLock const& held) const {
+DatabaseRow RowCursor::row() const {
   DatabaseRow row;
-  statement_.append(row.values, 0, columns_, /*full=*/false, held);
-  statement_.append(row.identity, columns_, keys_, identity_ == Identity::wholly, held);
+  statement_.append(row.values, 0, columns_, /*full=*/false);
+  statement_.append(row.identity, columns_, keys_, identity_ == Identity::wholly);
   if (identity_ == Identity::asKey) readBlobs(row.identity);
   return row;
 }

@@ -24,8 +24,8 @@ class RowCursor {
 
   bool step() { return statement_.step(); }
 
-  /// The current row, read under the caller's lock.
-  DatabaseRow row(HandleLock const& held) const;
+  /// The current row.
+  DatabaseRow row() const;
 
   /// Whether the current row's identity, given as `row` read it, is what is stored and not a repaired text.
   bool hasExactly(std::vector<SQLiteValue> const& identity) const;

@@ -57,6 +57,7 @@ void bindStored(SQLiteStatement const& identity, SQLiteStatement const& lookup) 
 }  // namespace
 
 std::vector<DatabaseRow> RowSelectionReader::read(RowSelection const& selection) {
+  HandleLock const held(connection_);
   if (selection.ranges().size() > 1 && hasRowsByKey()) {
     readScattered(selection);
   } else {
@@ -111,7 +112,7 @@ void RowSelectionReader::readScattered(RowSelection const& selection) {
 }
 
 void RowSelectionReader::add(RowCursor const& cursor) {
-  rows_.push_back(cursor.row(held_));
+  rows_.push_back(cursor.row());
   memorySize_ += rows_.back().memorySize();
   selectionMemory.check(memorySize_);
 }

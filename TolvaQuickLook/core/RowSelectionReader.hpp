@@ -19,7 +19,7 @@ class RowSelectionReader {
  public:
   RowSelectionReader(SQLiteConnection& connection, TableSchema const& schema, BrowseRequest const& request,
                      std::stop_token task)
-      : connection_(connection), held_(connection), schema_(schema), request_(request), task_(std::move(task)) {}
+      : connection_(connection), schema_(schema), request_(request), task_(std::move(task)) {}
 
   /// The rows in order. Throws when there is none at one of the positions, or when they exceed 32 MiB.
   std::vector<DatabaseRow> read(RowSelection const& selection);
@@ -32,7 +32,6 @@ class RowSelectionReader {
   void add(RowCursor const& cursor);
 
   SQLiteConnection& connection_;
-  HandleLock const held_;
   TableSchema const& schema_;
   BrowseRequest const& request_;
   std::stop_token const task_;

@@ -76,10 +76,39 @@ std::vector<std::string> SQLiteStatement::names() const {
   return names;
 }
 
-/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway, and hands
-/// what it read to `take`, which makes the value where it is to stand.
+SQLiteValue SQLiteStatement::value(int index, bool full) const {
+  HandleLock const held(*connection_);
+  SQLiteValue value;
+  readColumn(index, full, [&](auto&& payload) { value = SQLiteValue(std::forward<decltype(payload)>(payload)); });
+  return value;
+}
+
+std::vector<SQLiteValue> SQLiteStatement::row(bool full) const {
+  std::vector<SQLiteValue> values;
+  append(values, 0, columnCount(), full);
+  return values;
+}
+
+void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int count, bool full) const {
+  HandleLock const held(*connection_);
+  values.reserve(values.size() + static_cast<std::size_t>(count));
+  for (int column = first; column < first + count; ++column) {
+    readColumn(column, full, [&](auto&& payload) { values.emplace_back(std::forward<decltype(payload)>(payload)); });
+  }
+}
+
+bool SQLiteStatement::holds(int index, std::string_view text) const {
+  HandleLock const held(*connection_);
+  sqlite3_value* const column = sqlite3_column_value(handle_, index);
+  auto const bytes = static_cast<std::size_t>(sqlite3_value_bytes(column));
+  auto const* const stored = reinterpret_cast<char const*>(sqlite3_value_text(column));
+  return stored ? std::string_view(stored, bytes) == text : text.empty();
+}
+
+/// Reads through the column's value object, which saves each call the mutex that the caller holds anyway, and hands the
+/// payload to `take`, which makes the value where it stays.
 template <class Take>
-void SQLiteStatement::readColumn(int index, bool full, Take const& take) const {
+void SQLiteStatement::readColumn(int index, bool full, Take&& take) const {
   sqlite3_value* const column = sqlite3_column_value(handle_, index);
   switch (sqlite3_value_type(column)) {
     case SQLITE_INTEGER:
@@ -90,8 +119,9 @@ void SQLiteStatement::readColumn(int index, bool full, Take const& take) const {
       int const bytes = sqlite3_value_bytes(column);
       if (!full && bytes > inlineTextLimit) return take(LargeText{bytes});
       auto const* const text = reinterpret_cast<char const*>(sqlite3_value_text(column));
-      if (!text) return take(textWithoutBytes());
-      return take(repairUTF8({text, static_cast<std::size_t>(bytes)}));
+      if (text) return take(repairUTF8({text, static_cast<std::size_t>(bytes)}));
+      requireMemory();
+      return take(std::string());
     }
     case SQLITE_BLOB: {
       int const bytes = sqlite3_value_bytes(column);
@@ -104,41 +134,10 @@ void SQLiteStatement::readColumn(int index, bool full, Take const& take) const {
   }
 }
 
-SQLiteValue SQLiteStatement::value(int index, bool full) const {
-  HandleLock const held(*connection_);
-  SQLiteValue value;
-  readColumn(index, full, [&](auto&& read) { value = std::forward<decltype(read)>(read); });
-  return value;
-}
-
-std::vector<SQLiteValue> SQLiteStatement::row(bool full) const {
-  HandleLock const held(*connection_);
-  std::vector<SQLiteValue> values;
-  append(values, 0, columnCount(), full, held);
-  return values;
-}
-
-void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int count, bool full,
-                             HandleLock const&) const {
-  values.reserve(values.size() + static_cast<std::size_t>(count));
-  for (int column = first; column < first + count; ++column) {
-    readColumn(column, full, [&](auto&& read) { values.emplace_back(std::forward<decltype(read)>(read)); });
-  }
-}
-
-bool SQLiteStatement::holds(int index, std::string_view text) const {
-  HandleLock const held(*connection_);
-  sqlite3_value* const column = sqlite3_column_value(handle_, index);
-  auto const bytes = static_cast<std::size_t>(sqlite3_value_bytes(column));
-  auto const* const stored = reinterpret_cast<char const*>(sqlite3_value_text(column));
-  return stored ? std::string_view(stored, bytes) == text : text.empty();
-}
-
 /// SQLite gives no pointer for a text only when it could not convert it for lack of memory, which must not read as an
-/// empty value.
-SQLiteValue SQLiteStatement::textWithoutBytes() const {
+/// empty value. The column reads as NULL from then on.
+void SQLiteStatement::requireMemory() const {
   if (sqlite3_errcode(connection_->handle()) == SQLITE_NOMEM) throw connection_->error(SQLITE_NOMEM);
-  return SQLiteValue::text("");
 }
 
 }  // namespace tolva

@@ -57,8 +57,8 @@ class TOLVA_EXPORT SQLiteStatement {
   /// All columns, by the same rules.
   std::vector<SQLiteValue> row(bool full) const;
 
-  /// Reads `count` columns from `first` on, by the same rules, to the end of `values`; under the caller's lock.
-  void append(std::vector<SQLiteValue>& values, int first, int count, bool full, HandleLock const& held) const;
+  /// Reads `count` columns from `first` on, by the same rules, to the end of `values`.
+  void append(std::vector<SQLiteValue>& values, int first, int count, bool full) const;
 
   /// Whether a text column holds exactly `text`, which it does not where `text` is what was repaired in it.
   bool holds(int index, std::string_view text) const;
@@ -69,8 +69,8 @@ class TOLVA_EXPORT SQLiteStatement {
  private:
   void bindOne(int parameter, SQLiteValue const& value);
   template <class Take>
-  void readColumn(int index, bool full, Take const& take) const;  // under the handle's mutex
-  SQLiteValue textWithoutBytes() const;
+  void readColumn(int index, bool full, Take&& take) const;  // under the handle's mutex
+  void requireMemory() const;
 
   std::shared_ptr<SQLiteConnection> const connection_;
   sqlite3_stmt* handle_;
