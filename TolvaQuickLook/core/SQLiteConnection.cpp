@@ -32,7 +32,7 @@ int openFlags(OpenOptions const& options) {
 std::string databaseName(std::filesystem::path const& path, OpenOptions const& options) {
   if (options.inMemory) return ":memory:";
   std::error_code noFolder;
-  std::string const name = (path.is_absolute() ? path : std::filesystem::current_path(noFolder) / path).string();
+  std::string name = (path.is_absolute() ? path : std::filesystem::current_path(noFolder) / path).string();
   if (noFolder || name.find('\0') != name.npos) failToOpen();
   return name;
 }
@@ -62,8 +62,8 @@ std::shared_ptr<SQLiteConnection> SQLiteConnection::open(std::filesystem::path c
   if (!cancellation) cancellation = std::make_shared<CancellationHandle>();
   Handle handle = openHandle(databaseName(path, options), openFlags(options));
   auto* const made = new SQLiteConnection(handle.get(), std::move(cancellation), options.readOnly);
-  handle.release();
-  std::shared_ptr<SQLiteConnection> const connection(made);
+  static_cast<void>(handle.release());  // the connection owns it now
+  std::shared_ptr<SQLiteConnection> connection(made);
   connection->configure();
   return connection;
 }
