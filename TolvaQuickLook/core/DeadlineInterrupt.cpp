@@ -2,9 +2,11 @@
 #include "core/DeadlineInterrupt.hpp"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <stop_token>
 #include <system_error>
@@ -14,6 +16,13 @@ namespace {
 
 // An interrupt that comes while no statement runs is forgotten by SQLite when the next one begins.
 constexpr std::chrono::milliseconds repetition{20};
+
+constexpr std::int64_t smallFile = std::int64_t{1} << 20;
+
+bool isLarge(char const* file) {
+  struct stat found;
+  return stat(file, &found) == 0 && found.st_size > smallFile;
+}
 
 void interruptFrom(std::stop_token const& ended, sqlite3* handle, Uptime deadline) {
   std::mutex lock;
@@ -36,5 +45,11 @@ DeadlineInterrupt::DeadlineInterrupt(sqlite3* handle, Uptime deadline) {
 }
 
 DeadlineInterrupt::~DeadlineInterrupt() = default;
+
+bool mayHoldLargeValues(sqlite3* handle) {
+  char const* const database = sqlite3_db_filename(handle, "main");
+  if (!database || !*database) return false;  // in memory
+  return isLarge(database) || isLarge(sqlite3_filename_wal(database));
+}
 
 }  // namespace tolva

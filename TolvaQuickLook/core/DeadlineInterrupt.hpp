@@ -26,4 +26,8 @@ class DeadlineInterrupt {
   std::jthread watch_;
 };
 
+/// Whether the file behind `handle`, or what was committed since, is above 1 MiB: no value is larger than its file, and
+/// a value of up to that is read so fast that the progress handler alone keeps the time.
+bool mayHoldLargeValues(sqlite3* handle);
+
 }  // namespace tolva

@@ -4,11 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "support/Failure.hpp"
+#include "support/TemporaryDatabase.hpp"
+#include "support/TemporaryFolder.hpp"
 
 namespace tolva {
 namespace {
@@ -55,6 +59,31 @@ TEST(DeadlineInterrupt, EndsAtOnceWithItsScope) {
   Uptime const begun = uptime();
   { DeadlineInterrupt const watch(connection->handle(), begun + 1h); }
   EXPECT_LT(uptime() - begun, 30s);
+}
+
+TEST(DeadlineInterrupt, IsNeededFromAMegabyteOn) {
+  struct SizeCase {
+    char const* says;
+    char const* file;
+    std::uintmax_t bytes;
+    bool large;
+  };
+  SizeCase const sizes[] = {{"a small file", "t.db", 8192, false},
+                            {"the largest small one", "t.db", 1'048'576, false},
+                            {"one byte more", "t.db", 1'048'577, true},
+                            {"a small log", "t.db-wal", 1'048'576, false},
+                            {"a large log", "t.db-wal", 1'048'577, true}};
+  for (SizeCase const& each : sizes) {
+    SCOPED_TRACE(each.says);
+    TemporaryFolder const folder;
+    TemporaryDatabase const database(folder, "t.db", "CREATE TABLE t(a)");
+    std::filesystem::create_symlink("t.db", folder / "link.db");
+    std::ofstream(folder / each.file, std::ios::app).close();
+    std::filesystem::resize_file(folder / each.file, each.bytes);
+    for (char const* const name : {"t.db", "link.db"})
+      EXPECT_EQ(mayHoldLargeValues(SQLiteConnection::open(folder / name, {})->handle()), each.large);
+  }
+  EXPECT_FALSE(mayHoldLargeValues(inMemory()->handle()));
 }
 
 }  // namespace
