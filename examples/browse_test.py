@@ -15,17 +15,16 @@ def browse(file, table):
     return subprocess.run([BROWSE, file, table], capture_output=True, timeout=120)
 
 
-def objects(file):
-    """The tables and views of a file with their numbers of rows, or what can be read of them."""
+def ask(file, sql):
     connection = sqlite3.connect(f'{file.resolve().as_uri()}?mode=ro', uri=True)
-    connection.text_factory = lambda text: text.decode(errors='replace')
     try:
-        rows = connection.execute("SELECT name FROM sqlite_schema WHERE type IN ('table', 'view') AND name NOT GLOB 'sqlite_*'")
-        names = [name for name, in rows]
-        return {name: connection.execute('SELECT count(*) FROM "{}"'.format(name.replace('"', '""'))).fetchone()[0]
-                for name in names}
+        return [value for value, in connection.execute(sql)]
     finally:
         connection.close()
+
+
+def names(file):
+    return ask(file, "SELECT name FROM sqlite_schema WHERE type IN ('table', 'view') AND name NOT GLOB 'sqlite_*'")
 
 
 if not CORPORA:
@@ -36,7 +35,8 @@ browsed = 0
 for file in sorted(pathlib.Path(CORPORA, 'sqlite-good').iterdir()):
     if file.suffix in ('.md', '.tsv'):
         continue
-    for table, count in objects(file).items():
+    for table in names(file):
+        count, = ask(file, 'SELECT count(*) FROM "{}"'.format(table.replace('"', '""')))
         done = browse(file, table)
         last = done.stdout.decode().splitlines()[-1:]
         assert (done.returncode, last) == (0, [f'{count} rows']), (file, table, count, done.stderr, last)
@@ -45,10 +45,10 @@ assert browsed > 10_000, browsed
 
 for file in sorted(pathlib.Path(CORPORA, 'sqlite-malformed').glob('*.db')):
     try:
-        names = objects(file)
-    except (sqlite3.Error, MemoryError):  # a damaged virtual table may ask for more memory than there is
-        names = ['t1']
-    for table in names:
+        tables = names(file)
+    except sqlite3.Error:
+        tables = ['t1']
+    for table in tables:
         done = browse(file, table)
         assert done.returncode in (0, 1), (file, table, done)
         assert (done.returncode == 1) == bool(done.stderr), (file, table, done)

@@ -34,14 +34,14 @@ BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request,
 /// One row by its identity, still to be bound. A key may tell apart what its column's collation takes for equal, so it
 /// is compared both ways: one of them is that of the key's index. Qualified, a column that is gone is never a string.
 BuiltQuery keyLookup(TableSchema const& schema) {
+  std::string const table = quoteIdentifier(schema.object.name);
   std::vector<std::string> terms;
+  int parameter = 0;
   for (std::string const& name : schema.identity) {
-    std::string const column = quoteIdentifier(schema.object.name) + "." + quoteIdentifier(name);
-    std::string const parameter = "?" + std::to_string(terms.size() + 1);
-    terms.push_back(column + " = " + parameter + " AND " + column + " = " + parameter + " COLLATE BINARY");
+    terms.push_back(table + "." + quoteIdentifier(name) + " = ?" + std::to_string(++parameter));
+    terms.push_back(terms.back() + " COLLATE BINARY");
   }
-  return {.sql = "SELECT " + selectList(schema) + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
-                 joined(terms, " AND "),
+  return {.sql = "SELECT " + selectList(schema) + " FROM " + table + " WHERE " + joined(terms, " AND "),
           .parameters = std::vector<SQLiteValue>(schema.identity.size())};
 }
 
