@@ -16,7 +16,7 @@
 namespace tolva {
 namespace {
 
-/// The folder that the environment names; empty unless it is absolute, as the XDG specification asks.
+/// The folder that the environment names; empty unless it is absolute, as the XDG Base Directory rules ask.
 std::filesystem::path folderNamedBy(char const* variable) {
   char const* const value = ::secure_getenv(variable);
   std::filesystem::path path = value ? value : "";

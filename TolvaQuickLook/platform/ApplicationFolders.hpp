@@ -11,7 +11,7 @@ struct FolderRoots {
   std::filesystem::path temporary;           // in place of the system's temporary folder; "tolva-<uid>" is added
 };
 
-/// The folder of the user's own lasting files, "Tolva" in the data folder of the XDG Base Directory Specification:
+/// The folder of the user's own lasting files, "Tolva" in the data folder of the XDG Base Directory rules:
 /// $XDG_DATA_HOME if that is absolute, else .local/share in $HOME, else in the home of the password database.
 /// It is not made here. Any thread that does not run beside a change of the environment.
 std::filesystem::path applicationSupport(FolderRoots const& roots = {});
