@@ -59,7 +59,9 @@ TEST(HostileFile, EndsAPreviewWithinItsBudgets) {
     CommandResult const result = quicklook(folder / each.file);
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, complaint(folder / each.file, each.error));
+    // On a busy machine, or under a sanitizer, time can run out before memory does.
+    bool const timeRanOut = result.errors == complaint(folder / each.file, "Cancelled");
+    EXPECT_TRUE(timeRanOut || result.errors == complaint(folder / each.file, each.error)) << result.errors;
     expectWithinBudgets(each.file, result);
   }
 }
