@@ -64,6 +64,13 @@ void checkNext(RowPage& page, SQLiteConnection& connection, TableSchema const& s
   if (order.mayHideRows(identity)) identity.clear();
 }
 
+/// Fails where the schema is stale, as a page does. A count names no column, so it is asked of the rows that it counts,
+/// under the schema that the count has just read.
+void requireColumns(SQLiteConnection& connection, TableSchema const& schema, BrowseRequest const& request) {
+  RowCursor(connection, TableQueryBuilder::build(schema, request), schema, RowCursor::Identity::marked)
+      .requireColumns();
+}
+
 BuiltQuery rowByIdentity(TableSchema const& schema, std::vector<SQLiteValue> const& identity) {
   std::vector<std::string> terms = quoted(schema.identity);
   for (std::string& term : terms) term += " IS ?";
@@ -95,6 +102,7 @@ std::int64_t DatabaseReader::count(TableSchema const& schema, BrowseRequest cons
   BuiltQuery const query = TableQueryBuilder::build(schema, request, {}, {.countOnly = true});
   SQLiteStatement statement = prepareWithinBudget(db(), query);
   if (!statement.step()) return 0;
+  if (!request.filters.empty() || !request.search.empty()) requireColumns(db(), schema, request);
   SQLiteValue const counted = statement.value(0, /*full=*/false);
   return counted.asInteger() ? *counted.asInteger() : 0;
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/MemoryBudget.hpp"
+#include "core/SQLIdentifier.hpp"
 #include "platform/UTF8.hpp"
 
 namespace tolva {
@@ -56,6 +57,13 @@ RowCursor::RowCursor(SQLiteConnection& connection, BuiltQuery const& query, Tabl
       keys_(statement_.columnCount() - columns_),
       identity_(identity) {}
 
+bool RowCursor::step() {
+  bool const isRow = statement_.step();
+  if (!hasStepped_) requireColumns();  // only now is the statement surely compiled under the schema of today
+  hasStepped_ = true;
+  return isRow;
+}
+
 DatabaseRow RowCursor::row() const {
   DatabaseRow row;
   statement_.append(row.values, 0, columns_, /*full=*/false);
@@ -89,6 +97,18 @@ bool RowCursor::storesUTF8() {
     storesUTF8_ = encoding.step() && encoding.value(0, /*full=*/false) == SQLiteValue("UTF-8");
   }
   return *storesUTF8_;
+}
+
+/// A column bears its own name, a string the text that it was written as.
+void RowCursor::requireColumns() const {
+  for (int column = 0; column < columns_ + keys_; ++column) {
+    char const* const found = sqlite3_column_name(statement_.handle(), column);
+    if (!found) throw statement_.connection()->error(SQLITE_NOMEM);
+    if (*found != '"') continue;
+    std::string const& name = column < columns_ ? schema_.columns[static_cast<std::size_t>(column)].name
+                                                : schema_.identity[static_cast<std::size_t>(column - columns_)];
+    if (found == quoteIdentifier(name)) throw DatabaseError("no such column: " + name);
+  }
 }
 
 void RowCursor::restart(SQLiteStatement const& source) {

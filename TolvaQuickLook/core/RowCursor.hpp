@@ -26,7 +26,8 @@ class RowCursor {
 
   RowCursor(SQLiteConnection& connection, BuiltQuery const& query, TableSchema const& schema, Identity identity);
 
-  bool step() { return statement_.step(); }
+  /// Moves to the next row; false at the end. The first step throws where the schema is stale.
+  bool step();
 
   /// The current row.
   DatabaseRow row() const;
@@ -34,6 +35,10 @@ class RowCursor {
   /// Whether the texts of the current row's identity are valid, so that `row` reads what is stored. Ask before `row`,
   /// which may convert them.
   bool hasValidIdentity();
+
+  /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
+  /// True of the schema under which the statement was compiled, for the last time in its first step.
+  void requireColumns() const;
 
   /// Begins again with the columns of `source`'s current row as parameters: exactly what is stored, invalid texts and
   /// whole blobs included.
@@ -48,6 +53,7 @@ class RowCursor {
   int const columns_;
   int const keys_;
   Identity const identity_;
+  bool hasStepped_ = false;
   std::optional<bool> storesUTF8_;  // unknown until it matters
 };
 
