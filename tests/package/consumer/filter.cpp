@@ -11,8 +11,12 @@ int main(int count, char** arguments) {
   auto const objects = reader.open(arguments[1], {});
   auto const table = std::ranges::find(objects, arguments[2], &tolva::DatabaseObject::name);
   if (table == objects.end()) return 1;
-  tolva::TableFilter const filter{
-      .column = arguments[3], .operation = tolva::FilterOperator::contains, .value = arguments[4]};
+  tolva::TableFilter filter;
+  filter.column = arguments[3];
+  filter.operation = tolva::FilterOperator::contains;
+  filter.value = arguments[4];
   if (tolva::UUID::parse(filter.id.text()) != filter.id) return 1;
-  std::cout << reader.count(reader.schema(*table), {.filters = {filter}}) << '\n';
+  tolva::BrowseRequest request;
+  request.filters.push_back(filter);
+  std::cout << reader.count(reader.schema(*table), request) << '\n';
 }
