@@ -1,16 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <optional>
+
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TableQueryBuilder.hpp"
 
 namespace tolva {
 
-/// The rows of a statement that selects a schema's columns and then its identity. Used in the turn of the connection's
-/// service.
+/// The rows of a statement that selects a schema's columns and then its identity, as `selectList` names them. Used in the
+/// turn of the connection's service; the schema outlives it.
 ///
 /// Preparing takes at most `MemoryBudget::ordinary`, which a view can be made to exceed; what the rows take is theirs.
+/// Where another process has changed the schema since the connection last read, the first step compiles again, without
+/// that bound.
 class RowCursor {
  public:
   /// How the identity is read; the columns never are whole.
@@ -22,24 +26,35 @@ class RowCursor {
 
   RowCursor(SQLiteConnection& connection, BuiltQuery const& query, TableSchema const& schema, Identity identity);
 
-  bool step() { return statement_.step(); }
+  /// Moves to the next row; false at the end. The first step throws where the schema is stale.
+  bool step();
 
   /// The current row.
   DatabaseRow row() const;
 
-  /// Whether the current row's identity, given as `row` read it, is what is stored and not a repaired text.
-  bool hasExactly(std::vector<SQLiteValue> const& identity) const;
+  /// Whether the texts of the current row's identity are valid, so that `row` reads what is stored. Ask before `row`,
+  /// which may convert them.
+  bool hasValidIdentity();
 
-  /// For a statement that runs more than once.
-  SQLiteStatement& statement() { return statement_; }
+  /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
+  /// True of the schema under which the statement was compiled, for the last time in its first step.
+  void requireColumns() const;
+
+  /// Begins again with the columns of `source`'s current row as parameters: exactly what is stored, invalid texts and
+  /// whole blobs included.
+  void restart(SQLiteStatement const& source);
 
  private:
   void readBlobs(std::vector<SQLiteValue>& identity) const;
+  bool storesUTF8();
 
   SQLiteStatement statement_;
+  TableSchema const& schema_;
   int const columns_;
   int const keys_;
   Identity const identity_;
+  bool hasStepped_ = false;
+  std::optional<bool> storesUTF8_;  // unknown until it matters
 };
 
 /// A statement prepared within `MemoryBudget::ordinary`.
