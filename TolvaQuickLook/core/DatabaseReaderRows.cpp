@@ -32,20 +32,15 @@ std::int64_t advanced(std::int64_t offset, std::size_t rows) {
   return offset + count;
 }
 
-/// Reads the rows of a page. The token behind them names the last row by its identity, unless that held text which had
-/// to be repaired: such a text has another place in the order, where rows would repeat for ever.
 RowPage readPage(RowCursor& cursor, std::int64_t delivered, std::stop_token const& task) {
   RowPage page;
   page.rows.reserve(TableQueryBuilder::mostRows);
-  bool exact = true;
   for (std::int64_t memory = 0; memory < pageMemory && cursor.step();) {
     checkCancellation(task);
-    exact = cursor.hasValidIdentity();
     memory += page.rows.emplace_back(cursor.row()).memorySize();
   }
   if (page.rows.empty()) return page;
-  page.next = PageToken{.identity = exact ? page.rows.back().identity : std::vector<SQLiteValue>(),
-                        .offset = advanced(delivered, page.rows.size())};
+  page.next = PageToken{.identity = page.rows.back().identity, .offset = advanced(delivered, page.rows.size())};
   return page;
 }
 

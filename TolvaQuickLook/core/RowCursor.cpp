@@ -64,11 +64,16 @@ bool RowCursor::step() {
   return isRow;
 }
 
-DatabaseRow RowCursor::row() const {
+DatabaseRow RowCursor::row() {
+  std::vector<std::size_t> const invalid = invalidKeys();  // before the values are read, which may convert them
   DatabaseRow row;
   statement_.append(row.values, 0, columns_, /*full=*/false);
   statement_.append(row.identity, columns_, keys_, identity_ == Identity::wholly);
   if (identity_ == Identity::asKey) readBlobs(row.identity);
+  for (std::size_t const key : invalid) {
+    std::string const* const repaired = row.identity[key].asText();
+    if (repaired) row.identity[key] = LargeText{static_cast<std::int64_t>(repaired->size())};
+  }
   return row;
 }
 
@@ -81,14 +86,17 @@ void RowCursor::readBlobs(std::vector<SQLiteValue>& identity) const {
   }
 }
 
-bool RowCursor::hasValidIdentity() {
-  if (!schema_.withoutRowID) return true;  // a rowid is a number
-  for (int column = columns_; column < columns_ + keys_; ++column) {
-    sqlite3_value* const value = sqlite3_column_value(statement_.handle(), column);
+/// The identity's texts that nobody can read as they are stored, by their places in it.
+std::vector<std::size_t> RowCursor::invalidKeys() {
+  std::vector<std::size_t> invalid;
+  if (!schema_.withoutRowID) return invalid;  // a rowid is a number
+  for (int key = 0; key < keys_; ++key) {
+    sqlite3_value* const value = sqlite3_column_value(statement_.handle(), columns_ + key);
     if (sqlite3_value_type(value) != SQLITE_TEXT) continue;
-    if (!(storesUTF8() ? isValidUTF8(utf8(value)) : isValidUTF16(value))) return false;
+    if (!(storesUTF8() ? isValidUTF8(utf8(value)) : isValidUTF16(value)))
+      invalid.push_back(static_cast<std::size_t>(key));
   }
-  return true;
+  return invalid;
 }
 
 bool RowCursor::storesUTF8() {

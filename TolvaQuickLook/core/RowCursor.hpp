@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <vector>
 
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -29,12 +31,8 @@ class RowCursor {
   /// Moves to the next row; false at the end. The first step throws where the schema is stale.
   bool step();
 
-  /// The current row.
-  DatabaseRow row() const;
-
-  /// Whether the texts of the current row's identity are valid, so that `row` reads what is stored. Ask before `row`,
-  /// which may convert them.
-  bool hasValidIdentity();
+  /// The current row. A text of its identity that is no valid Unicode is deferred: repaired, it could be another row's.
+  DatabaseRow row();
 
   /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
   /// True of the schema under which the statement was compiled, for the last time in its first step.
@@ -45,6 +43,7 @@ class RowCursor {
   void restart(SQLiteStatement const& source);
 
  private:
+  std::vector<std::size_t> invalidKeys();
   void readBlobs(std::vector<SQLiteValue>& identity) const;
   bool storesUTF8();
 
