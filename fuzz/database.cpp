@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes as a database file: preview and schema never change the file, never leave anything but SQLite's own
+// Any bytes as a database file: preview, schema and pages never change the file, never leave anything but SQLite's own
 // companions beside it, and end within their budget.
 
 #include <unistd.h>
@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <optional>
 #include <string>
+#include <thread>
 
 #include "core/DatabaseReader.hpp"
 #include "fuzz/Expect.hpp"
@@ -21,6 +23,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::size_t mostObjects = 20;
+constexpr int mostPages = 8;   // of one object; a file of some kilobytes can hold a view of billions of rows
+constexpr auto mostTime = 1s;  // for the rows of one object
 
 /// A folder that is the process's own and holds the one file.
 class Scratch {
@@ -59,6 +63,30 @@ void tolerate(Call&& call) {
   }
 }
 
+/// Each page leads on. One that takes long is cancelled.
+void browse(DatabaseReader& reader, TableSchema const& schema) {
+  std::jthread const watch([&](std::stop_token ended) {
+    Uptime const begun = uptime();
+    while (!ended.stop_requested()) {
+      std::this_thread::sleep_for(1ms);
+      if (uptime() - begun > mostTime) reader.cancellation()->cancel();
+    }
+  });
+  std::optional<PageToken> token;
+  std::int64_t rows = 0;
+  for (int pages = 0; pages < mostPages; ++pages) {
+    RowPage const page = reader.page(schema, {}, token, {});
+    expect(page.next.has_value() == !page.rows.empty(), "the empty page alone is the last");
+    if (!page.next) break;
+    rows += std::ssize(page.rows);
+    expect(page.rows.size() <= 500 && page.next->offset == rows, "a token counts the rows so far");
+    expect(page.next != token, "a page leads on");
+    token = page.next;
+  }
+  reader.count(schema, {});
+  if (rows > 2) reader.selectedRows(schema, {}, {{0, 1}, {2, 3}}, {});
+}
+
 void previewAndBrowse(std::filesystem::path const& file) {
   DatabaseReader reader;
   Uptime const begun = uptime();
@@ -76,6 +104,7 @@ void previewAndBrowse(std::filesystem::path const& file) {
         TableSchema const schema = reader.schema(object);
         expect(object.kind == "table" || !schema.editable(), "only a table is editable");
         reader.structure(schema);
+        if (!schema.columns.empty()) browse(reader, schema);
       });
     }
   });

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "core/CompanionFiles.hpp"
+#include "core/DeadlineInterrupt.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/ProgressDeadline.hpp"
 #include "core/ReadTransaction.hpp"
@@ -65,6 +66,7 @@ class Inspection {
         deadline_(deadline),
         connection_(SQLiteConnection::open(path, {.readOnly = true}, std::move(cancellation))),
         time_(connection_->handle(), deadline.moment(), inspectionPeriod, DeadlineTest::reached, std::move(task)),
+        watch_(connection_->handle(), deadline.moment()),
         state_(*connection_) {}
 
   DatabaseInfo info();
@@ -82,6 +84,7 @@ class Inspection {
   MemoryBudget const memory_{MemoryBudget::ordinary};
   std::shared_ptr<SQLiteConnection> const connection_;
   ProgressDeadline const time_;
+  DeadlineInterrupt const watch_;
   ReadTransaction const state_;
 };
 
@@ -127,11 +130,12 @@ SQLiteValue Inspection::scalar(std::string_view sql) {
 std::map<std::string, std::int64_t> Inspection::countObjects() {
   SQLiteStatement row = connection_->prepare(
       "SELECT type, count(*) FROM sqlite_schema WHERE name NOT GLOB 'sqlite_*' OR type = 'index' GROUP BY type");
-  std::map<std::string, std::int64_t> counts;
+  std::map<std::string, std::int64_t> counts{{"table", 0}, {"view", 0}, {"index", 0}, {"trigger", 0}};
   while (row.step()) {
     check();
     SQLiteValue const value = row.value(1, /*full=*/false);
-    if (auto const* const count = value.asInteger()) counts[row.value(0, /*full=*/false).display()] = *count;
+    auto const counted = counts.find(row.value(0, /*full=*/false).display());  // a file may claim kinds without number
+    if (auto const* const count = value.asInteger(); count && counted != counts.end()) counted->second = *count;
   }
   return counts;
 }

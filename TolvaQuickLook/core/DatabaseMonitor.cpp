@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "core/CompanionFiles.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {
@@ -23,7 +24,7 @@ bool sameFile(Stamp const& one, Stamp const& other) {
 }  // namespace
 
 DatabaseMonitor::DatabaseMonitor(std::filesystem::path const& databaseURL)
-    : urls_(filesOf(std::filesystem::absolute(databaseURL))) {}
+    : urls_(filesOf(absolutePath(databaseURL))) {}
 
 DatabaseObservation DatabaseMonitor::sample(std::stop_token task) {
   Turn const turn(turns_);

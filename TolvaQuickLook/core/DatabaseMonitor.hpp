@@ -21,7 +21,7 @@ namespace tolva {
 /// as long as the database stays open; a reopening makes a new one.
 class TOLVA_EXPORT DatabaseMonitor {
  public:
-  /// Reads nothing yet.
+  /// Reads nothing yet. `databaseURL` has its links resolved: SQLite keeps the companions beside the file itself.
   explicit DatabaseMonitor(std::filesystem::path const& databaseURL);
 
   /// Looks at the database, its "-wal" and its "-shm" once. Three calls of the system: cheap enough for a timer.

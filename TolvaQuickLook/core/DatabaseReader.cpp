@@ -2,7 +2,6 @@
 #include "core/DatabaseReader.hpp"
 
 #include <chrono>
-#include <optional>
 #include <utility>
 
 #include "core/DeadlineInterrupt.hpp"
@@ -90,8 +89,7 @@ std::string DatabaseReader::preview(std::filesystem::path const& database, std::
   connection = SQLiteConnection::open(database, {.readOnly = true});
   Uptime const deadline = uptime() + previewBudget;
   ProgressDeadline const time(connection->handle(), deadline, previewPeriod, DeadlineTest::passed, std::move(task));
-  std::optional<DeadlineInterrupt> watch;  // a thread, which most files can do without
-  if (mayHoldLargeValues(connection->handle())) watch.emplace(connection->handle(), deadline);
+  DeadlineInterrupt const watch(connection->handle(), deadline);
   PreviewSummary summary{.fileName = lastPathComponent(database)};
   countObjects(*connection, summary);
   FileStatus const status = fileStatus(database);

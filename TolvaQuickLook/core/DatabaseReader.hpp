@@ -66,10 +66,12 @@ class TOLVA_EXPORT DatabaseReader {
   // Rows ---------------------------------------------------------------------------------------
   //
   // Blobs, and texts above `inlineTextLimit`, come as markers of their length. A filter or sort on a column that is not
-  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row.
+  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row. A schema
+  // of which columns have gone since it was read fails with "no such column".
 
   /// The first page, or the one that `token` leads to: at most 500 rows, and none more once they take 4 MiB. The end of
-  /// the table is the empty page, never a short one.
+  /// the table is the empty page, never a short one. Fails with code 11, as SQLite does on damage that it finds, where the
+  /// rows of a damaged file are so out of order that pages would follow each other for ever.
   RowPage page(TableSchema const& schema, BrowseRequest const& request, std::optional<PageToken> const& token,
                std::stop_token task);
 

@@ -3,12 +3,13 @@
 
 #include "core/CompanionFiles.hpp"
 #include "core/DatabaseInspection.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {
 
 DatabaseSession::DatabaseSession(std::filesystem::path const& databaseURL, std::shared_ptr<SessionGateway> gateway)
-    : databaseURL_(std::filesystem::absolute(databaseURL)),
+    : databaseURL_(absolutePath(databaseURL)),
       cancellation_(std::make_shared<CancellationHandle>()),
       gateway_(std::move(gateway)) {}
 

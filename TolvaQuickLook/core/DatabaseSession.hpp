@@ -21,7 +21,8 @@ class TOLVA_EXPORT SessionGateway {
   SessionGateway(SessionGateway const&) = delete;
   SessionGateway& operator=(SessionGateway const&) = delete;
 
-  /// Ends all that plugins do with the database. Called outside the session's turn, and perhaps more than once.
+  /// Ends all that plugins do with the database. Called outside the session's turn: perhaps more than once, and from
+  /// several threads at a time.
   virtual void close() = 0;
 };
 
@@ -32,7 +33,8 @@ class TOLVA_EXPORT SessionGateway {
 /// never reopens.
 class TOLVA_EXPORT DatabaseSession {
  public:
-  /// Reads nothing yet. `gateway` may be null: a database without plugins.
+  /// Reads nothing yet. `databaseURL` has its links resolved: SQLite keeps the companions beside the file itself, and
+  /// Database Info is of what the path names. `gateway` may be null: a database without plugins.
   explicit DatabaseSession(std::filesystem::path const& databaseURL, std::shared_ptr<SessionGateway> gateway = {});
 
   // What it is about, from any thread -----------------------------------------------------------
@@ -48,6 +50,8 @@ class TOLVA_EXPORT DatabaseSession {
   /// seconds, `MemoryBudget::ordinary`, 4,096 tables and 4 MiB of schema text. Beyond the last two the answer is
   /// incomplete and says so; beyond the time it throws "Database Info took too long. ...", or, where a single statement
   /// was stopped, as cancelled. Other failures are SQLite's own; after `close` it is "This database session is closed."
+  ///
+  /// Where SQLite may write in the folder, reading a database in WAL mode makes its companions and leaves them there.
   DatabaseInfo inspect(std::stop_token task);
 
   // End -----------------------------------------------------------------------------------------

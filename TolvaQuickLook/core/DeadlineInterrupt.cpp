@@ -37,6 +37,7 @@ void interruptFrom(std::stop_token const& ended, sqlite3* handle, Uptime deadlin
 }  // namespace
 
 DeadlineInterrupt::DeadlineInterrupt(sqlite3* handle, Uptime deadline) {
+  if (!mayHoldLargeValues(handle)) return;
   try {
     watch_ = std::jthread(interruptFrom, handle, deadline);
   } catch (std::system_error const&) {
@@ -48,7 +49,7 @@ DeadlineInterrupt::~DeadlineInterrupt() = default;
 
 bool mayHoldLargeValues(sqlite3* handle) {
   char const* const database = sqlite3_db_filename(handle, "main");
-  if (!database || !*database) return false;  // in memory
+  if (!database || !*database) return true;  // in memory
   return isLarge(database) || isLarge(sqlite3_filename_wal(database));
 }
 

@@ -14,7 +14,7 @@ namespace tolva {
 /// The progress handler counts operations of SQLite's virtual machine, and one operation reads a whole value: entries of
 /// a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is noticed
 /// at the next row, and in a schema that is being parsed at the next blank. Belongs to the thread that made it, for as
-/// long as the handle is open; it watches from a thread of its own.
+/// long as the handle is open. It watches from a thread of its own, which it does without where no value can be large.
 class DeadlineInterrupt {
  public:
   DeadlineInterrupt(sqlite3* handle, Uptime deadline);
@@ -26,8 +26,8 @@ class DeadlineInterrupt {
   std::jthread watch_;
 };
 
-/// Whether the file behind `handle`, or what was committed since, is above 1 MiB: no value is larger than its file, and
-/// a value of up to that is read so fast that the progress handler alone keeps the time.
+/// False for a file that is up to 1 MiB, together with what was committed since: no value is larger than its file, and
+/// one of that size is read so fast that the progress handler alone keeps the time.
 bool mayHoldLargeValues(sqlite3* handle);
 
 }  // namespace tolva

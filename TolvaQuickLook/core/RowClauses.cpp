@@ -73,6 +73,11 @@ RowClauses rowClauses(TableSchema const& schema, BrowseRequest const& request) {
   return clauses;
 }
 
+bool goesOnByKey(PageToken const& token, TableSchema const& schema, BrowseRequest const& request) {
+  return !request.sort && !schema.identity.empty() && token.identity.size() == schema.identity.size() &&
+         std::ranges::none_of(token.identity, &SQLiteValue::isDeferred);
+}
+
 std::string RowClauses::text(std::string_view table) const {
   std::string text = " FROM " + quoteIdentifier(table);
   if (!conditions.empty()) text += " WHERE " + joined(conditions, " AND ");
@@ -99,9 +104,9 @@ std::string joined(std::span<std::string const> parts, std::string_view separato
 std::string selectList(TableSchema const& schema) {
   std::vector<std::string> names;
   names.reserve(schema.columns.size() + schema.identity.size());
-  for (DatabaseColumn const& column : schema.columns) names.push_back(quoteIdentifier(column.name));
-  for (std::string const& name : schema.identity) names.push_back(quoteIdentifier(name));
-  return joined(names, ",");
+  for (DatabaseColumn const& column : schema.columns) names.push_back(column.name);
+  names.insert(names.end(), schema.identity.begin(), schema.identity.end());
+  return joined(quoted(names), ",");
 }
 
 }  // namespace tolva

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "core/BrowseRequest.hpp"
+#include "core/RowPage.hpp"
 #include "core/TableSchema.hpp"
 
 namespace tolva {
@@ -23,6 +24,9 @@ struct RowClauses {
 
 /// The clauses of a request. Throws when a filtered or sorted column is not in the schema.
 RowClauses rowClauses(TableSchema const& schema, BrowseRequest const& request);
+
+/// Whether the rows behind `token` are those behind its identity; else they are those behind its offset.
+bool goesOnByKey(PageToken const& token, TableSchema const& schema, BrowseRequest const& request);
 
 /// Each name quoted.
 std::vector<std::string> quoted(std::span<std::string const> names);

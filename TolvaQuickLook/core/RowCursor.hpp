@@ -1,16 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
+#include <optional>
+#include <vector>
+
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TableQueryBuilder.hpp"
 
 namespace tolva {
 
-/// The rows of a statement that selects a schema's columns and then its identity. Used in the turn of the connection's
-/// service.
+/// The rows of a statement that selects a schema's columns and then its identity, as `selectList` names them. Used in the
+/// turn of the connection's service; the schema outlives it.
 ///
 /// Preparing takes at most `MemoryBudget::ordinary`, which a view can be made to exceed; what the rows take is theirs.
+/// Where another process has changed the schema since the connection last read, the first step compiles again, without
+/// that bound.
 class RowCursor {
  public:
   /// How the identity is read; the columns never are whole.
@@ -22,24 +28,32 @@ class RowCursor {
 
   RowCursor(SQLiteConnection& connection, BuiltQuery const& query, TableSchema const& schema, Identity identity);
 
-  bool step() { return statement_.step(); }
+  /// Moves to the next row; false at the end. The first step throws where the schema is stale.
+  bool step();
 
-  /// The current row.
-  DatabaseRow row() const;
+  /// The current row. A text of its identity that is no valid Unicode is deferred: repaired, it could be another row's.
+  DatabaseRow row();
 
-  /// Whether the current row's identity, given as `row` read it, is what is stored and not a repaired text.
-  bool hasExactly(std::vector<SQLiteValue> const& identity) const;
+  /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
+  /// True of the schema under which the statement was compiled, for the last time in its first step.
+  void requireColumns() const;
 
-  /// For a statement that runs more than once.
-  SQLiteStatement& statement() { return statement_; }
+  /// Begins again with the columns of `source`'s current row as parameters: exactly what is stored, invalid texts and
+  /// whole blobs included.
+  void restart(SQLiteStatement const& source);
 
  private:
+  std::vector<std::size_t> invalidKeys();
   void readBlobs(std::vector<SQLiteValue>& identity) const;
+  bool storesUTF8();
 
   SQLiteStatement statement_;
+  TableSchema const& schema_;
   int const columns_;
   int const keys_;
   Identity const identity_;
+  bool hasStepped_ = false;
+  std::optional<bool> storesUTF8_;  // unknown until it matters
 };
 
 /// A statement prepared within `MemoryBudget::ordinary`.

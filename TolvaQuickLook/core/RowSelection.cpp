@@ -2,6 +2,7 @@
 #include "core/RowSelection.hpp"
 
 #include <algorithm>
+#include <limits>
 #include <stdexcept>
 
 namespace tolva {
@@ -20,6 +21,12 @@ void RowSelection::insert(Range range) {
     range.end = std::max(range.end, (last - 1)->end);
   }
   ranges_.insert(ranges_.erase(first, last), range);
+}
+
+void RowSelection::insert(std::int64_t position) {
+  if (position == std::numeric_limits<std::int64_t>::max())
+    throw std::out_of_range("No row stands at the last position");
+  insert({position, position + 1});
 }
 
 std::int64_t RowSelection::count() const {

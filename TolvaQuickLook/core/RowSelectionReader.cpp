@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/RowSelectionReader.hpp"
 
-#include <sqlite3.h>
-
 #include <algorithm>
 
+#include "core/KeyOrder.hpp"
 #include "core/Limit.hpp"
 #include "core/RowClauses.hpp"
 #include "core/RowCursor.hpp"
@@ -13,8 +12,6 @@
 
 namespace tolva {
 namespace {
-
-constexpr std::int64_t chunkRows = 500;
 
 constexpr Limit selectionMemory{
     std::int64_t{32} << 20, "The selection exceeds the 32 MB operation limit. Select fewer rows or export instead."};
@@ -31,27 +28,20 @@ BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request,
           .parameters = std::move(clauses.parameters)};
 }
 
-/// One row by its identity, still to be bound. A key may tell apart what its column's collation takes for equal, so it
-/// is compared both ways: one of them is that of the key's index. Qualified, a column that is gone is never a string.
-BuiltQuery keyLookup(TableSchema const& schema) {
+/// One row by its identity, still to be bound. Columns compare by their own collation, under which the key's index can
+/// be of no use and a text equal to others: so they are compared by the key's, and as they are stored.
+BuiltQuery keyLookup(TableSchema const& schema, KeyOrder& order) {
   std::string const table = quoteIdentifier(schema.object.name);
   std::vector<std::string> terms;
   int parameter = 0;
   for (std::string const& name : schema.identity) {
-    terms.push_back(table + "." + quoteIdentifier(name) + " = ?" + std::to_string(++parameter));
-    terms.push_back(terms.back() + " COLLATE BINARY");
+    std::set<std::string> collations = order.keyCollations(name);
+    collations.insert("BINARY");
+    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter) + " COLLATE ";
+    for (std::string const& collation : collations) terms.push_back(term + quoteIdentifier(collation));
   }
   return {.sql = "SELECT " + selectList(schema) + " FROM " + table + " WHERE " + joined(terms, " AND "),
           .parameters = std::vector<SQLiteValue>(schema.identity.size())};
-}
-
-/// Hands a stored identity on as it is, texts of invalid UTF-8 and whole blobs included.
-void bindStored(SQLiteStatement const& identity, SQLiteStatement const& lookup) {
-  sqlite3_reset(lookup.handle());
-  for (int column = 0; column < identity.columnCount(); ++column) {
-    int const bound = sqlite3_bind_value(lookup.handle(), column + 1, sqlite3_column_value(identity.handle(), column));
-    if (bound != SQLITE_OK) throw lookup.connection()->error(bound);
-  }
 }
 
 }  // namespace
@@ -66,15 +56,19 @@ std::vector<DatabaseRow> RowSelectionReader::read(RowSelection const& selection)
   return std::move(rows_);
 }
 
-/// Whether an identity surely leads back to its row. A virtual table finds rows as its module pleases.
+/// Whether an identity surely leads back to its row. A virtual table, which has no root page, finds rows as its module
+/// pleases.
 bool RowSelectionReader::hasRowsByKey() const {
-  return schema_.editable() && !schema_.object.sql.starts_with("CREATE VIRTUAL TABLE");
+  if (!schema_.editable()) return false;
+  SQLiteStatement stored = connection_.prepare(
+      "SELECT 1 FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > ?", {"table", schema_.object.name, 0});
+  return stored.step();
 }
 
 void RowSelectionReader::readRange(RowSelection::Range range) {
   while (range.first < range.end) {
     checkCancellation(task_);
-    std::int64_t const read = readChunk(range.first, std::min(range.end - range.first, chunkRows));
+    std::int64_t const read = readChunk(range.first, std::min(range.end - range.first, TableQueryBuilder::mostRows));
     if (read == 0) rowsAreGone();
     range.first += read;
   }
@@ -97,21 +91,22 @@ std::int64_t RowSelectionReader::readChunk(std::int64_t first, std::int64_t most
 void RowSelectionReader::readScattered(RowSelection const& selection) {
   SQLiteStatement walk =
       prepareWithinBudget(connection_, identityWalk(schema_, request_, selection.ranges().back().end));
-  RowCursor row(connection_, keyLookup(schema_), schema_, RowCursor::Identity::marked);
+  KeyOrder order(connection_, schema_);
+  RowCursor row(connection_, keyLookup(schema_, order), schema_, RowCursor::Identity::marked);
   std::int64_t position = 0;
   for (RowSelection::Range const& range : selection.ranges()) {
     for (; position < range.end; ++position) {
       checkCancellation(task_);
       if (!walk.step()) rowsAreGone();
       if (position < range.first) continue;
-      bindStored(walk, row.statement());
+      row.restart(walk);
       if (!row.step()) rowsAreGone();
       add(row);
     }
   }
 }
 
-void RowSelectionReader::add(RowCursor const& cursor) {
+void RowSelectionReader::add(RowCursor& cursor) {
   rows_.push_back(cursor.row());
   memorySize_ += rows_.back().memorySize();
   selectionMemory.check(memorySize_);

@@ -10,6 +10,7 @@
 #include "core/MemoryBudget.hpp"
 #include "core/SQLiteLibrary.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/UTF8.hpp"
 
 namespace tolva {
@@ -31,10 +32,9 @@ int openFlags(OpenOptions const& options) {
 /// and open another file.
 std::string databaseName(std::filesystem::path const& path, OpenOptions const& options) {
   if (options.inMemory) return ":memory:";
-  std::error_code noFolder;
-  std::string name = (path.is_absolute() ? path : std::filesystem::current_path(noFolder) / path).string();
-  if (noFolder || name.find('\0') != name.npos) failToOpen();
-  return name;
+  std::filesystem::path const name = absolutePath(path);
+  if (!name.is_absolute() || holdsNUL(name)) failToOpen();
+  return name.string();
 }
 
 struct Close {

@@ -97,14 +97,6 @@ void SQLiteStatement::append(std::vector<SQLiteValue>& values, int first, int co
   }
 }
 
-bool SQLiteStatement::holds(int index, std::string_view text) const {
-  HandleLock const held(*connection_);
-  sqlite3_value* const column = sqlite3_column_value(handle_, index);
-  auto const bytes = static_cast<std::size_t>(sqlite3_value_bytes(column));
-  auto const* const stored = reinterpret_cast<char const*>(sqlite3_value_text(column));
-  return stored ? std::string_view(stored, bytes) == text : text.empty();
-}
-
 /// Reads through the column's value object, which saves each call the mutex that the caller holds anyway, and hands the
 /// payload to `take`, which makes the value where it stays.
 template <class Take>

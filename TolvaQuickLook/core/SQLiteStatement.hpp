@@ -60,9 +60,6 @@ class TOLVA_EXPORT SQLiteStatement {
   /// Reads `count` columns from `first` on, by the same rules, to the end of `values`.
   void append(std::vector<SQLiteValue>& values, int first, int count, bool full) const;
 
-  /// Whether a text column holds exactly `text`, which it does not where `text` is what was repaired in it.
-  bool holds(int index, std::string_view text) const;
-
   sqlite3_stmt* handle() const { return handle_; }
   std::shared_ptr<SQLiteConnection> const& connection() const { return connection_; }
 

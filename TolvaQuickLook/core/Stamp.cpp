@@ -6,9 +6,12 @@
 
 #include <cerrno>
 
+#include "platform/FilePath.hpp"
+
 namespace tolva {
 
 Stamp Stamp::of(std::filesystem::path const& path) noexcept {
+  if (holdsNUL(path)) return {.error = ENOENT};
   struct stat status {};
   if (::fstatat(AT_FDCWD, path.c_str(), &status, 0) != 0) return {.error = errno};
   return {.device = status.st_dev,

@@ -29,7 +29,7 @@ constexpr std::string_view label(FilterOperator operation) {
   return labels.at(static_cast<std::size_t>(operation));
 }
 
-/// The one that bears the label.
+/// The one that bears the label, which is how an operator is stored by those who keep filters.
 constexpr std::optional<FilterOperator> filterOperator(std::string_view labelled) {
   for (FilterOperator const operation : filterOperators) {
     if (label(operation) == labelled) return operation;

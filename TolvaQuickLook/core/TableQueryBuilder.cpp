@@ -8,15 +8,7 @@
 namespace tolva {
 namespace {
 
-// A statement here never fetches more rows, whoever asks.
 constexpr std::int64_t leastRows = 1;
-constexpr std::int64_t mostRows = 500;
-
-/// Whether a page may begin behind the token's identity.
-bool servesAsKey(std::vector<SQLiteValue> const& identity, TableSchema const& schema, BrowseRequest const& request) {
-  return !request.sort && !schema.identity.empty() && identity.size() == schema.identity.size() &&
-         std::ranges::none_of(identity, &SQLiteValue::isDeferred);
-}
 
 std::string behindKey(TableSchema const& schema) {
   std::vector<std::string> const names = quoted(schema.identity);
@@ -29,7 +21,7 @@ std::string behindKey(TableSchema const& schema) {
 BuiltQuery TableQueryBuilder::build(TableSchema const& schema, BrowseRequest const& request,
                                     std::optional<PageToken> const& token, QueryScope const& scope) {
   RowClauses clauses = rowClauses(schema, request);
-  bool const byKey = token && servesAsKey(token->identity, schema, request);
+  bool const byKey = token && goesOnByKey(*token, schema, request);
   if (byKey) {
     clauses.conditions.push_back(behindKey(schema));
     clauses.parameters.insert(clauses.parameters.end(), token->identity.begin(), token->identity.end());

@@ -23,12 +23,15 @@ struct BuiltQuery {
 
 /// What of the rows a query asks for.
 struct QueryScope {
-  std::optional<std::int64_t> limit;  // brought into 1 to 500; all rows where there is none
+  std::optional<std::int64_t> limit;  // brought into 1 to `mostRows`; all rows where there is none
   bool countOnly = false;             // their number in place of them
 };
 
 /// The statements by which rows are browsed. Touches no database; any thread.
 namespace TableQueryBuilder {
+
+/// A statement here never fetches more rows, whoever asks.
+inline constexpr std::int64_t mostRows = 500;
 
 /// The rows of `request` behind `token`, each with the schema's columns first and its identity after them.
 ///

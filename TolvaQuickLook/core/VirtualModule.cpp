@@ -31,10 +31,11 @@ class WordScanner {
 
   /// Nothing at the end, at a parenthesis, and at whatever else no word begins with.
   std::optional<Word> next() {
-    bool dotted = false;
-    for (skipBlanks(); rest_.starts_with('.'); skipBlanks()) {
-      dotted = true;
+    skipBlanks();
+    bool const dotted = rest_.starts_with('.');
+    if (dotted) {
       rest_.remove_prefix(1);
+      skipBlanks();
     }
     if (char const closing = closingQuote()) return quotedWord(closing, dotted);
     std::size_t const size = wordSize();
@@ -118,10 +119,12 @@ bool take(std::span<Word const>& words, std::initializer_list<std::string_view> 
   return true;
 }
 
-/// Takes one name off the front, with what dots join to it.
-void takeName(std::span<Word const>& words) {
-  if (!words.empty()) words = words.subspan(1);
-  while (!words.empty() && words.front().dotted) words = words.subspan(1);
+/// Takes one name off the front, with what dots join to it; false when none stands there.
+bool takeName(std::span<Word const>& words) {
+  if (words.empty() || words.front().dotted) return false;
+  auto const isDotted = [](Word const& word) { return word.dotted; };
+  words = {std::find_if_not(words.begin() + 1, words.end(), isDotted), words.end()};
+  return true;
 }
 
 }  // namespace
@@ -131,8 +134,8 @@ std::optional<std::string> virtualModule(std::string_view sql) {
   std::span<Word const> words = head;
   if (!take(words, {"create", "virtual", "table"})) return std::nullopt;
   take(words, {"if", "not", "exists"});
-  takeName(words);
-  if (!take(words, {"using"}) || words.empty()) return std::nullopt;
+  if (!takeName(words) || !take(words, {"using"})) return std::nullopt;
+  if (words.empty() || words.front().dotted) return std::nullopt;
   return lowerASCII(words.front().text);
 }
 

@@ -8,10 +8,12 @@
 #include <string>
 #include <string_view>
 
+#include "platform/Export.hpp"
+
 namespace tolva {
 
 /// A universally unique identifier (RFC 9562), 16 bytes in the order of its text. A value; all zero until it is made.
-class UUID {
+class TOLVA_EXPORT UUID {
  public:
   using Octets = std::array<std::uint8_t, 16>;
 

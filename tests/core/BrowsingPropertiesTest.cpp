@@ -3,12 +3,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <ostream>
 #include <random>
 #include <set>
 #include <thread>
 
 #include "core/DatabaseReader.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "platform/Uptime.hpp"
 #include "support/BrowseOracle.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
@@ -17,6 +21,8 @@
 
 namespace tolva {
 namespace {
+
+using namespace std::chrono_literals;
 
 Draw drawFrom(std::mt19937& random) {
   return [&random](std::uint32_t bound) { return static_cast<std::uint32_t>(random() % bound); };
@@ -128,6 +134,8 @@ struct WrittenTable {
   char const* key;  // of the row numbered by ?, as SQL
 };
 
+void PrintTo(WrittenTable const& table, std::ostream* out) { *out << table.says; }
+
 class BrowsingWhileWritten : public testing::TestWithParam<WrittenTable> {};
 
 /// Rows with an even number are never touched; another process inserts, deletes and changes odd ones between the pages.
@@ -177,6 +185,34 @@ INSTANTIATE_TEST_SUITE_P(
       return name;
     });
 
+/// A sorted page counts from the first row: as many rows stand in front of it whatever is changed in other columns.
+TEST(BrowsingWhileWritten, PagesASortedTableWhoseOtherColumnsChange) {
+  TemporaryDatabase const database(
+      "PRAGMA journal_mode = WAL; CREATE TABLE t(a, b, i, v, PRIMARY KEY (a, b)) WITHOUT ROWID;"
+      "WITH RECURSIVE c(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM c WHERE i < 2999) INSERT INTO t SELECT i % 7, i, "
+      "i % 10, 0 FROM c");
+  SQLitePeer peer(database.path());
+  DatabaseReader reader;
+  reader.open(database.path(), noTask);
+  TableSchema const schema = schemaOf(reader, "t");
+  BrowseRequest const request{.sort = TableSort{.column = "i", .ascending = false}};
+  std::vector<std::vector<SQLiteValue>> delivered;
+  for (RowPage page = reader.page(schema, request, {}, noTask); page.next;
+       page = reader.page(schema, request, page.next, noTask)) {
+    for (DatabaseRow const& row : page.rows) delivered.push_back(row.identity);
+    ASSERT_EQ(peer.exec("UPDATE t SET v = v + 1 WHERE b % 3 = 0"), "ok");
+  }
+  std::vector<std::vector<SQLiteValue>> expected;
+  for (std::int64_t i = 9; i >= 0; --i) {
+    for (std::int64_t a = 0; a < 7; ++a) {
+      for (std::int64_t b = 0; b < 3'000; ++b) {
+        if (b % 10 == i && b % 7 == a) expected.push_back({a, b});
+      }
+    }
+  }
+  EXPECT_EQ(delivered, expected);
+}
+
 /// Another process sets one column of all rows to the next number, again and again: a selection shows one number.
 TEST(BrowsingWhileWritten, SelectsAllRowsFromOneState) {
   TemporaryDatabase const database(
@@ -186,12 +222,19 @@ TEST(BrowsingWhileWritten, SelectsAllRowsFromOneState) {
   DatabaseReader reader;
   reader.open(database.path(), noTask);
   TableSchema const schema = schemaOf(reader, "t");
+  std::atomic<bool> hasWritten = false;
   std::jthread const writer([&](std::stop_token ended) {
     SQLitePeer peer(database.path());
-    while (!ended.stop_requested()) EXPECT_EQ(peer.exec("UPDATE t SET v = v + 1"), "ok");
+    while (!ended.stop_requested()) {
+      EXPECT_EQ(peer.exec("UPDATE t SET v = v + 1"), "ok");
+      hasWritten = true;
+      hasWritten.notify_all();
+    }
   });
+  hasWritten.wait(false);
   std::set<std::int64_t> states;
-  for (int round = 0; round < 40; ++round) {
+  Uptime const deadline = uptime() + 60s;
+  for (int round = 0; round < 40 || (states.size() < 2 && uptime() < deadline); ++round) {
     RowSelection const selection =
         round % 2 ? RowSelection{{0, 5'000}} : RowSelection{{0, 400}, {900, 2'100}, {4'999, 5'000}};
     std::set<std::int64_t> seen;

@@ -50,8 +50,10 @@ TEST_F(DatabaseMonitorOfAFile, CountsEachChangeOnce) {
   EXPECT_EQ(sample(), changed);
   touch(file_);
   touch(file_);
-  EXPECT_EQ(sample().revision, 2);
-  EXPECT_FALSE(sample().requiresReopen);
+  auto const again = sample();
+  EXPECT_EQ(again.revision, 2);
+  EXPECT_GT(again.lastChange, changed.lastChange);
+  EXPECT_FALSE(again.requiresReopen);
 }
 
 TEST_F(DatabaseMonitorOfAFile, NoticesAChangeOfAnyKind) {
@@ -137,6 +139,48 @@ TEST_F(DatabaseMonitorOfAFile, FollowsLinks) {
   touch(file_);
   EXPECT_EQ(linked.sample(noTask).revision, 1);
   EXPECT_FALSE(linked.sample(noTask).requiresReopen);
+}
+
+TEST_F(DatabaseMonitorOfAFile, LooksForTheCompanionsBesideALinkAndNotBesideWhatItLeadsTo) {
+  fs::create_directory(folder_ / "elsewhere");
+  fs::create_symlink("../t.db", folder_ / "elsewhere/t.db");
+  DatabaseMonitor linked(folder_ / "elsewhere/t.db");
+  linked.sample(noTask);
+  folder_.write("t.db-wal", "123");
+  EXPECT_EQ(linked.sample(noTask).walBytes, std::nullopt);
+  EXPECT_EQ(linked.sample(noTask).revision, 0);
+  EXPECT_EQ(DatabaseMonitor(fs::canonical(folder_ / "elsewhere/t.db")).sample(noTask).walBytes, 3);
+}
+
+TEST_F(DatabaseMonitorOfAFile, TakesAPathThatNamesNothingForAFileThatIsMissing) {
+  for (fs::path const& path : {fs::path(), fs::path(file_.string() + '\0')}) {
+    auto const seen = DatabaseMonitor(path).sample(noTask);
+    EXPECT_TRUE(seen.requiresReopen);
+    EXPECT_FALSE(seen.unavailable);
+    EXPECT_EQ(seen.walBytes, std::nullopt);
+  }
+}
+
+TEST_F(DatabaseMonitorOfAFile, IsUnavailableWhereAFolderOfThePathIsNone) {
+  auto const seen = DatabaseMonitor(file_ / "below.db").sample(noTask);
+  EXPECT_TRUE(seen.unavailable);
+  EXPECT_TRUE(seen.requiresReopen);
+}
+
+TEST_F(DatabaseMonitorOfAFile, RequiresAReopeningForGoodAfterOneFailedLook) {
+  sample();
+  fs::rename(file_, folder_ / "away");
+  fs::create_symlink("t.db", file_);  // a ring
+  EXPECT_TRUE(sample().unavailable);
+  fs::rename(folder_ / "away", file_);
+  EXPECT_FALSE(sample().unavailable);
+  EXPECT_TRUE(sample().requiresReopen);
+}
+
+TEST_F(DatabaseMonitorOfAFile, IsUnavailableWhereTheSharedMemoryCannotBeLookedAt) {
+  fs::create_symlink("t.db-shm", folder_ / "t.db-shm");  // a ring
+  EXPECT_TRUE(sample().unavailable);
+  EXPECT_FALSE(sample().shmPresent);
 }
 
 TEST_F(DatabaseMonitorOfAFile, KeepsItsPathsWhenTheProcessGoesElsewhere) {

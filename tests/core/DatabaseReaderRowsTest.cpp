@@ -7,7 +7,9 @@
 #include <thread>
 
 #include "core/DatabaseReader.hpp"
+#include "core/DatabaseWriter.hpp"
 #include "platform/TaskCancellation.hpp"
+#include "support/Browsed.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
@@ -21,57 +23,6 @@ namespace {
 using namespace std::chrono_literals;
 
 using Values = std::vector<SQLiteValue>;
-
-/// A database with the object `name`, open in a reader.
-class Browsed {
- public:
-  explicit Browsed(std::string const& sql, std::string const& name = "t") : database(sql) {
-    for (DatabaseObject const& object : reader.open(database.path(), noTask)) {
-      if (object.name == name) schema = reader.schema(object);
-    }
-  }
-
-  RowPage page(BrowseRequest const& request = {}, std::optional<PageToken> const& token = {}) {
-    return reader.page(schema, request, token, noTask);
-  }
-
-  /// The numbers of rows of all pages, the empty one included.
-  std::vector<std::size_t> pageSizes(BrowseRequest const& request = {}) {
-    std::vector<std::size_t> sizes;
-    std::optional<PageToken> token;
-    do {
-      RowPage const read = page(request, token);
-      sizes.push_back(read.rows.size());
-      token = read.next;
-    } while (token && sizes.size() < 100);
-    return sizes;
-  }
-
-  std::vector<DatabaseRow> selected(RowSelection const& indices, BrowseRequest const& request = {}) {
-    return reader.selectedRows(schema, request, indices, noTask);
-  }
-
-  TemporaryDatabase const database;
-  DatabaseReader reader;
-  TableSchema schema;
-};
-
-/// SQL that inserts rows with `values`, an expression of i, for i from 1 to `count`.
-std::string inserting(std::string const& table, std::string const& values, int count) {
-  return "; WITH RECURSIVE c(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM c WHERE i < " + std::to_string(count) +
-         ") INSERT INTO " + table + " SELECT " + values + " FROM c LIMIT " + std::to_string(count);
-}
-
-BrowseRequest filtered(std::string column, FilterOperator operation, SQLiteValue value = {}, SQLiteValue second = {}) {
-  return {.filters = {{.column = std::move(column),
-                       .operation = operation,
-                       .value = std::move(value),
-                       .second = std::move(second)}}};
-}
-
-BrowseRequest sortedBy(std::string column) {
-  return {.sort = TableSort{.column = std::move(column), .ascending = true}};
-}
 
 SQLiteValue x(std::size_t bytes, char byte = 'x') { return std::string(bytes, byte); }
 
@@ -207,12 +158,30 @@ TEST(DatabaseReader, ShowsKeysOfInvalidTextOnce) {
   Browsed table("CREATE TABLE t(k TEXT PRIMARY KEY, i) WITHOUT ROWID" +
                 inserting("t", "CAST(x'ff' || CAST(printf('%05d', i) AS BLOB) AS TEXT), i", 1'100));
   RowPage const first = table.page();
-  ASSERT_EQ(first.rows.at(0).identity, Values{"\uFFFD"
-                                              "00001"});
-  EXPECT_EQ(first.next, (PageToken{.identity = {}, .offset = 500}));
+  ASSERT_EQ(first.rows.at(0).identity, Values{LargeText{8}}) << "repaired, it could be another row's";
+  EXPECT_EQ(first.next, (PageToken{.identity = {LargeText{8}}, .offset = 500}));
   EXPECT_EQ(table.pageSizes(), (std::vector<std::size_t>{500, 500, 100, 0}));
   Browsed valid("CREATE TABLE t(k TEXT PRIMARY KEY) WITHOUT ROWID; INSERT INTO t VALUES (char(0xFFFD))");
   EXPECT_EQ(valid.page().next, (PageToken{.identity = {"\uFFFD"}, .offset = 1}));
+}
+
+/// Repaired, the first row's key is that of the second.
+TEST(DatabaseReader, GivesNoIdentityOfAnotherRow) {
+  TemporaryDatabase const database(
+      "CREATE TABLE t(k TEXT PRIMARY KEY, v) WITHOUT ROWID;"
+      "INSERT INTO t VALUES (CAST(x'61ff' AS TEXT), 'same'), ('a' || char(0xFFFD), 'same')");
+  DatabaseReader reader;
+  TableSchema const schema = reader.schema(reader.open(database.path(), noTask).at(0));
+  std::vector<DatabaseRow> const rows = reader.page(schema, {}, {}, noTask).rows;
+  ASSERT_EQ(rows.at(0).identity, Values{"a\uFFFD"});
+  ASSERT_EQ(rows.at(1).identity, Values{LargeText{4}});
+  DatabaseWriter writer;
+  writer.open(database.path());
+  EXPECT_EQ(failureOf([&] { writer.apply(schema, {{.row = rows[1], .column = "v", .value = "new"}}, noTask); }),
+            DatabaseError("This row has no usable stable identity."));
+  EXPECT_EQ(failureOf([&] { writer.deleteRows(schema, {rows[1]}, noTask); }),
+            DatabaseError("This row has no usable identity."));
+  EXPECT_EQ(database.rows("SELECT hex(k), v FROM t"), "61EFBFBD|same\n61FF|same");
 }
 
 TEST(DatabaseReader, FiltersSearchesAndSorts) {
@@ -306,6 +275,8 @@ TEST(DatabaseReader, TakesNoDeferredValueInAFilter) {
   EXPECT_EQ(failureOf([&] { table.reader.count(table.schema, request); }), error);
   EXPECT_EQ(failureOf([&] { table.selected({{0, 1}, {2, 3}}, request); }), error);
   EXPECT_EQ(table.page(filtered("a", FilterOperator::contains, SQLiteValue::largeText(70'000))), RowPage());
+  EXPECT_EQ(failureOf([&] { table.page(filtered("a", FilterOperator::between, 1, SQLiteValue::largeText(70'000))); }),
+            error);
 }
 
 TEST(DatabaseReader, PassesSQLitesFailuresOn) {
@@ -314,6 +285,34 @@ TEST(DatabaseReader, PassesSQLitesFailuresOn) {
   EXPECT_EQ(failureOf([&] { table.page(); }), DatabaseError("no such table: t"));
   Browsed view("CREATE VIEW t AS SELECT abs(-9223372036854775807 - 1) AS a UNION ALL SELECT 1");
   EXPECT_EQ(failureOf([&] { view.page(); }), DatabaseError("integer overflow"));
+}
+
+/// A statement names each column, and a condition may be nested only so deep.
+TEST(DatabaseReader, PassesTheLimitsOfAStatementOn) {
+  auto const wide = [](int columns) {
+    std::string sql = "CREATE TABLE t(c1";
+    for (int column = 2; column <= columns; ++column) sql += ",c" + std::to_string(column);
+    return sql + "); INSERT INTO t(c1) VALUES ('x')";
+  };
+  Browsed table(wide(1'100));
+  EXPECT_EQ(table.page().rows.size(), 1);
+  EXPECT_EQ(failureOf([&] { table.page({.search = "x"}); }),
+            DatabaseError("Expression tree is too large (maximum depth 1000)"));
+  Browsed widest(wide(2'000));
+  EXPECT_EQ(failureOf([&] { widest.page(); }), DatabaseError("too many columns in result set"));
+  EXPECT_EQ(Browsed(wide(1'999)).page().rows.size(), 1);
+}
+
+/// SQLite measures a text up to its first NUL.
+TEST(DatabaseReader, FindsATextWithANulOnlyWithin) {
+  Browsed table("CREATE TABLE t(a TEXT); INSERT INTO t VALUES (CAST(x'6100620063' AS TEXT))");
+  auto const found = [&](FilterOperator operation, std::string const& text) {
+    return table.reader.count(table.schema, filtered("a", operation, text));
+  };
+  EXPECT_EQ(found(FilterOperator::contains, {"a\0b", 3}), 1);
+  EXPECT_EQ(found(FilterOperator::starts, {"a\0b", 3}), 0);
+  EXPECT_EQ(found(FilterOperator::ends, {"b\0c", 3}), 0);
+  EXPECT_EQ(found(FilterOperator::starts, "a"), 1);
 }
 
 /// Views that double their statement each, until preparing it takes more memory than a machine has.
@@ -376,6 +375,12 @@ TEST(DatabaseReader, ReadsTheIdentityOfOneRowWhole) {
     EXPECT_EQ(row->identity, Values{whole});
     EXPECT_TRUE(row->values.at(0).isDeferred());
   }
+}
+
+TEST(DatabaseReader, FindsARowWhoseIdentityIsNull) {
+  Browsed table("CREATE TABLE t(a, b); INSERT INTO t VALUES (NULL, 7), (1, 8)");
+  table.schema.identity = {"a"};
+  EXPECT_EQ(table.reader.row(table.schema, {Null{}}), (DatabaseRow{.values = {Null{}, 7}, .identity = {Null{}}}));
 }
 
 TEST(DatabaseReader, TakesNoMarkerForAnIdentity) {
@@ -530,6 +535,22 @@ TEST(DatabaseReader, StopsAFetchThatAnotherThreadCancels) {
   }
 }
 
+TEST(DatabaseReader, StopsLookingForARowThatAnotherThreadCancels) {
+  Browsed table("CREATE TABLE t(a)" + inserting("t", "i", 200'000));
+  table.schema.identity = {"a"};  // in no index: the whole table is read
+  std::jthread const canceller([&](std::stop_token ended) {
+    while (!ended.stop_requested()) {
+      table.reader.cancellation()->cancel();
+      std::this_thread::sleep_for(1ms);
+    }
+  });
+  DatabaseError error("(nothing failed)", -1);
+  for (int call = 0; call < 200 && error.code == -1; ++call) {
+    error = failureOf([&] { table.reader.row(table.schema, {"none"}); });
+  }
+  EXPECT_TRUE(error.isCancellation()) << error.detail;
+}
+
 // Transactions -------------------------------------------------------------------------------------
 
 TEST(DatabaseReader, LeavesNoTransactionOpenBehindRows) {
@@ -595,9 +616,16 @@ TEST(DatabaseReader, TellsOfALockByAnotherProcess) {
   Browsed table("CREATE TABLE t(a); INSERT INTO t VALUES (1)");
   SQLitePeer peer(table.database.path());
   ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
-  EXPECT_EQ(failureOf([&] { table.page(); }).errorDescription(),
-            "Another connection is holding a database lock. Wait for its transaction to finish, then try again. "
-            "database is locked");
+  for (auto const& call :
+       {std::function<void()>([&] { table.page(); }),
+        std::function<void()>([&] { table.reader.count(table.schema, {}); }),
+        std::function<void()>([&] { table.reader.row(table.schema, {1}); }), std::function<void()>([&] {
+          table.selected({{0, 1}});
+        })}) {
+    EXPECT_EQ(failureOf(call).errorDescription(),
+              "Another connection is holding a database lock. Wait for its transaction to finish, then try again. "
+              "database is locked");
+  }
 }
 
 }  // namespace

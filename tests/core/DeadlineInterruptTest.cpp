@@ -83,7 +83,7 @@ TEST(DeadlineInterrupt, IsNeededFromAMegabyteOn) {
     for (char const* const name : {"t.db", "link.db"})
       EXPECT_EQ(mayHoldLargeValues(SQLiteConnection::open(folder / name, {})->handle()), each.large);
   }
-  EXPECT_FALSE(mayHoldLargeValues(inMemory()->handle()));
+  EXPECT_TRUE(mayHoldLargeValues(inMemory()->handle())) << "no file bounds them";
 }
 
 }  // namespace

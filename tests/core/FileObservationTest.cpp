@@ -36,6 +36,7 @@ TEST(FileObservation, IsMissingWhereNoSuchFileCanBe) {
   EXPECT_EQ(FileObservation::read(folder / "none/below"), FileObservation::missing());
   EXPECT_EQ(FileObservation::read(folder / "file/below"), FileObservation::missing());
   EXPECT_EQ(FileObservation::read(""), FileObservation::missing());
+  EXPECT_EQ(FileObservation::read(folder.path().string() + "/file" + '\0'), FileObservation::missing());
 }
 
 TEST(FileObservation, IsOfALinkItself) {

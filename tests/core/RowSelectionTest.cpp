@@ -49,6 +49,14 @@ TEST(RowSelection, RefusesANegativePosition) {
   EXPECT_EQ(selection, RowSelection());
 }
 
+TEST(RowSelection, RefusesThePositionThatNoRangeEndsBehind) {
+  RowSelection selection;
+  EXPECT_THROW(selection.insert(std::numeric_limits<std::int64_t>::max()), std::out_of_range);
+  EXPECT_EQ(selection, RowSelection());
+  selection.insert(std::numeric_limits<std::int64_t>::max() - 1);
+  EXPECT_EQ(selection.count(), 1);
+}
+
 TEST(RowSelection, HoldsThePositionsOfASet) {
   std::mt19937 random(1);
   for (int round = 0; round < 200; ++round) {

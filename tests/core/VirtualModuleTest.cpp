@@ -71,6 +71,9 @@ TEST(VirtualModule, TakesQuotedAndDottedNamesWhole) {
       {"a bracket without end", "CREATE VIRTUAL TABLE [t USING fts5(x)", {}},
       {"a quoted keyword is none", "CREATE \"VIRTUAL\" TABLE t USING fts5(x)", {}},
       {"nor is a dotted one", "CREATE VIRTUAL TABLE t.USING fts5(x)", {}},
+      {"a dot with nothing in front", "CREATE VIRTUAL TABLE .t USING fts5(x)", {}},
+      {"two dots", "CREATE VIRTUAL TABLE t..u USING fts5(x)", {}},
+      {"a dot in front of the module", "CREATE VIRTUAL TABLE t USING .fts5(x)", {}},
   };
   for (ModuleCase const& each : cases) {
     SCOPED_TRACE(each.says);

@@ -127,6 +127,15 @@ class Installation(unittest.TestCase):
         run('c++', *STRICT, PROGRAM, '-o', program, *shlex.split(flags))
         self.assert_lists_the_tables(program)
 
+    def test_a_program_makes_the_records_of_the_headers(self):
+        flags = run('pkg-config', '--cflags', '--libs', 'tolva',
+                    env={**os.environ, 'PKG_CONFIG_PATH': str(self.libraries / 'pkgconfig')})
+        program = self.folder / 'filter'
+        run('c++', *STRICT, TREE / 'tests/package/consumer/filter.cpp', '-o', program, *shlex.split(flags))
+        said = run(program, self.database, 'customers', 'city', 'Gra',
+                   env={**os.environ, 'LD_LIBRARY_PATH': str(self.libraries)})
+        self.assertEqual(said, '40\n')
+
 
 if __name__ == '__main__':
     BUILD = sys.argv.pop(1)

@@ -3,6 +3,8 @@
 
 #include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "support/RowsAsText.hpp"
 #include "support/SchemaPages.hpp"
@@ -57,6 +59,32 @@ void writeSharedSQL(std::filesystem::path const& path) {
   std::string const cell =
       pages.cell({.type = "view", .name = "v", .table = "v", .sql = "create" + std::string(100'000'000, ' ')});
   pages.append(pages.leaf({cell}), 300);
+  pages.write(path);
+}
+
+void writeManyKinds(std::filesystem::path const& path) {
+  constexpr std::size_t kinds = 14'000;
+  constexpr std::size_t cellsOfLeaf = 8;
+  constexpr std::size_t leavesOfPage = 300;
+  constexpr std::size_t digits = 5;
+  SchemaPages pages;
+  SchemaEntry const index{.type = "index", .name = "i", .table = "t", .rootPage = 2, .sql = "CREATE INDEX i ON t(a)"};
+  std::vector<SchemaPages::Page> branches{pages.leaf({pages.cell(index)})};
+  // Of this length the least stands on the leaf itself, and the number within it.
+  std::string const mark(digits, '#');
+  std::string const cell =
+      pages.cell({.type = mark + std::string(61'845, 'x'), .name = "i", .table = "t", .rootPage = 2});
+  std::vector<std::string> cells;
+  std::vector<SchemaPages::Page> leaves;
+  for (std::size_t kind = 0; kind < kinds; ++kind) {
+    std::string const number = std::to_string(kind);
+    cells.push_back(cell);
+    cells.back().replace(cell.find(mark), digits, std::string(digits - number.size(), '0') + number);
+    if (cells.size() == cellsOfLeaf) leaves.push_back(pages.leaf(std::exchange(cells, {})));
+    if (leaves.size() == leavesOfPage) branches.push_back(pages.interior(std::exchange(leaves, {})));
+  }
+  branches.push_back(pages.interior(leaves));
+  pages.append(pages.interior(branches), 1);
   pages.write(path);
 }
 

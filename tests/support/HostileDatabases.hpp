@@ -23,4 +23,7 @@ void writeEndlessSchema(std::filesystem::path const& path);
 /// 300 entries that share one SQL text of 100 MB, which is nothing but blanks.
 void writeSharedSQL(std::filesystem::path const& path);
 
+/// 14,000 entries of as many kinds, each a text of 62 KB: 7 MB, since the kinds share most of their pages.
+void writeManyKinds(std::filesystem::path const& path);
+
 }  // namespace tolva

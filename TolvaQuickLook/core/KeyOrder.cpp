@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/KeyOrder.hpp"
+
+#include <sqlite3.h>
+
+#include "core/SQLIdentifier.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "platform/ASCIICase.hpp"
+
+namespace tolva {
+namespace {
+
+bool isNumber(SQLiteValue const& value) { return value.asInteger() || value.asReal(); }
+
+bool mayConvert(SQLiteValue const& one, SQLiteValue const& other) {
+  return (isNumber(one) && other.asText()) || (one.asText() && isNumber(other));
+}
+
+std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
+
+std::string keyIndex(SQLiteConnection& connection, std::string const& table) {
+  SQLiteStatement row = connection.prepare("PRAGMA index_list(" + quoteIdentifier(table) + ")");
+  while (row.step()) {
+    if (shown(row, 3) == "pk") return shown(row, 1);
+  }
+  return {};
+}
+
+std::map<std::string, std::set<std::string>> readKeyCollations(SQLiteConnection& connection, std::string const& table) {
+  SQLiteStatement row = connection.prepare("PRAGMA index_xinfo(" + quoteIdentifier(keyIndex(connection, table)) + ")");
+  std::map<std::string, std::set<std::string>> collations;
+  while (row.step()) {
+    if (shown(row, 5) == "1") collations[shown(row, 2)].insert(upperASCII(shown(row, 4)));
+  }
+  return collations;
+}
+
+}  // namespace
+
+bool KeyOrder::mayHideRows(Identity const& identity) {
+  if (!schema_.withoutRowID) return false;
+  for (std::size_t i = 0; i < identity.size(); ++i) {
+    if (!identity[i].asText()) continue;
+    std::string const& name = schema_.identity.at(i);
+    std::string const compared = columnCollation(name);
+    if (compared == "BINARY") continue;  // nothing is finer
+    for (std::string const& held : keyCollations(name)) {
+      if (held != compared) return true;
+    }
+  }
+  return false;
+}
+
+bool KeyOrder::contradicts(SQLiteValue const& from, SQLiteValue const& to) const {
+  if (from.asInteger() && to.asInteger()) return *to.asInteger() <= *from.asInteger();
+  if (mayConvert(from, to)) return false;
+  std::string const collation = to.asText() ? columnCollation(schema_.identity.at(0)) : "BINARY";
+  SQLiteStatement compared = connection_.prepare("SELECT ? > ? COLLATE " + quoteIdentifier(collation), {to, from});
+  return compared.step() && compared.value(0, /*full=*/false) == SQLiteValue(0);
+}
+
+std::set<std::string> const& KeyOrder::keyCollations(std::string const& column) {
+  if (!key_)
+    key_ = schema_.withoutRowID ? readKeyCollations(connection_, schema_.object.name) : decltype(key_)::value_type();
+  return (*key_)[column];
+}
+
+/// "BINARY" where SQLite cannot tell.
+std::string KeyOrder::columnCollation(std::string const& column) const {
+  char const* collation = nullptr;
+  sqlite3_table_column_metadata(connection_.handle(), nullptr, schema_.object.name.c_str(), column.c_str(), nullptr,
+                                &collation, nullptr, nullptr, nullptr);
+  return upperASCII(collation ? collation : "BINARY");
+}
+
+}  // namespace tolva
