@@ -66,6 +66,8 @@ CellHead readCellHead(std::filesystem::path const& database, TableSchema const& 
   auto const connection = SQLiteConnection::open(database, {.readOnly = true}, std::move(cancellation));
   sqlite3* const handle = connection->handle();
   sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, mostValueBytes);
+  // A column that was dropped meanwhile is an error: its quoted name would else be read, and shown, as a text.
+  sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
   Uptime const deadline = uptime() + readBudget;
   ProgressDeadline const time(handle, deadline, readPeriod, DeadlineTest::reached, std::move(task));
   std::optional<DeadlineInterrupt> watch;  // a thread, which most files can do without
