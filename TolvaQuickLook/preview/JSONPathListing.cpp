@@ -56,7 +56,9 @@ class Listing {
     std::vector<JSONValue::Member const*> order;
     order.reserve(members.size());
     for (auto const& member : members) order.push_back(&member);
-    std::ranges::sort(order, {}, &JSONValue::Member::name);
+    // No more than these can be visited, so the rest needs no order.
+    auto const shown = std::min(order.size(), static_cast<std::size_t>(mostNodes - nodes_));
+    std::ranges::partial_sort(order, order.begin() + static_cast<std::ptrdiff_t>(shown), {}, &JSONValue::Member::name);
     for (auto const* const member : order) {
       if (isFull()) return;
       visit(member->value, cutPath(path + "." + member->name));
