@@ -1,24 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <stop_token>
 
 #include "platform/Bytes.hpp"
 #include "platform/Export.hpp"
+#include "preview/PDFFirstPage.hpp"
 
 namespace tolva {
-
-/// What `PreviewHelpers::firstPage` says of a PDF document.
-struct PDFFirstPage {
-  bool locked = false;         // encrypted, and no empty password opens it: nothing else is known
-  std::int64_t pageCount = 0;  // 0: the document has no pages
-  double width = 0;            // of the first page's media box, in points
-  double height = 0;
-  std::optional<Bytes> png;  // absent where the size is outside what is drawn
-};
 
 /// Decodes pictures and PDF pages, which is dangerous, in programs of their own: confined, bounded, killed after three
 /// seconds. Whatever goes wrong there, and a helper that is not installed, is no answer and no failure.
