@@ -58,7 +58,8 @@ PreviewHelpers::PreviewHelpers() {
   folder_ = installed;
 }
 
-PreviewHelpers::PreviewHelpers(path folder) : folder_(std::filesystem::absolute(folder)) {}
+PreviewHelpers::PreviewHelpers(path const& folder)
+    : folder_(folder.empty() ? folder : std::filesystem::absolute(folder)) {}
 
 std::optional<Bytes> PreviewHelpers::thumbnail(Bytes const& picture, std::stop_token task) const {
   checkCancellation(task);

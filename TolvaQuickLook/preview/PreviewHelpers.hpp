@@ -20,8 +20,8 @@ class TOLVA_EXPORT PreviewHelpers {
   /// The helpers of this installation, or those of the build folder when run from there.
   PreviewHelpers();
 
-  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`.
-  explicit PreviewHelpers(std::filesystem::path folder);
+  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`; an empty path is no folder, so there are none.
+  explicit PreviewHelpers(std::filesystem::path const& folder);
 
   /// The picture as a PNG of at most 1024 pixels a side, upright. None for what is no picture of a known format, or is
   /// over 16,384 pixels a side or 40,000,000 in all. Throws `TaskCancelled`.

@@ -9,17 +9,20 @@
 #include <unistd.h>
 
 #include <array>
+#include <filesystem>
 #include <string>
 
 #include "platform/ChildProcess.hpp"
+#include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
 
 namespace tolva {
 namespace {
 
 /// What a confined program says of one deed: "done", "refused EACCES", "(killed by signal 31)".
-std::string outcomeOf(std::string const& deed, std::string const& files = "none") {
-  ChildProcess child(TOLVA_CONFINED, {files, deed});
+std::string outcomeOf(std::string const& deed, std::string const& files = "none",
+                      std::filesystem::path const& program = TOLVA_CONFINED) {
+  ChildProcess child(program, {files, deed});
   child.closeInput();
   std::string said;
   std::array<std::uint8_t, 256> piece;
@@ -90,11 +93,14 @@ TEST(Confinement, LeavesADecoderItsWorkAndNothingElse) {
 }
 
 TEST(Confinement, HoldsForAnyUser) {
+  TemporaryFolder folder;
+  std::filesystem::copy_file(TOLVA_CONFINED, folder / "confined");
+  folder.openToEverybody();
   std::string expected;
   for (DeedCase const& deed : deeds) expected += deed.outcome;
-  EXPECT_EQ(asUnprivileged([] {
+  EXPECT_EQ(asUnprivileged([&] {
               std::string all;
-              for (DeedCase const& deed : deeds) all += outcomeOf(deed.deed);
+              for (DeedCase const& deed : deeds) all += outcomeOf(deed.deed, "none", folder / "confined");
               return all;
             }),
             expected);

@@ -17,6 +17,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -42,8 +43,10 @@ long workAsADecoderDoes() {
 }
 
 long spin() {
-  for (unsigned volatile turns = 0;; turns = turns + 1) {
+  std::atomic<unsigned> turns = 0;
+  while (++turns != 0 || turns == 0) {
   }
+  return 0;
 }
 
 long mapped(std::size_t size, int protection) {
