@@ -41,6 +41,7 @@ set(TOLVA_PUBLIC_HEADERS
   platform/Uptime.hpp
   preview/CellPreview.hpp
   preview/CellPreviewService.hpp
+  preview/PDFFirstPage.hpp
   preview/PreviewHelpers.hpp
   preview/PreviewTreeNode.hpp)
 
