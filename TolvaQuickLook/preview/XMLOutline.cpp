@@ -52,22 +52,19 @@ std::string quoted(std::string_view text) {
   return result += '"';
 }
 
-void appendEscaped(std::string& xml, std::string_view text) {
-  for (char const c : text) {
-    switch (c) {
-      case '&':
-        xml += "&amp;";
-        break;
-      case '<':
-        xml += "&lt;";
-        break;
-      case '>':
-        xml += "&gt;";
-        break;
-      default:
-        xml += c;
-    }
+/// As a CDATA section where the text holds markup: entities take a reader of property lists the square of their number.
+void appendText(std::string& xml, std::string_view text) {
+  constexpr std::string_view sectionEnd = "]]>";
+  if (text.find_first_of("&<>") == text.npos) {
+    xml += text;
+    return;
   }
+  xml += "<![CDATA[";
+  for (auto at = text.find(sectionEnd); at != text.npos; at = text.find(sectionEnd)) {
+    xml.append(text.substr(0, at + 2)).append("]]><![CDATA[");
+    text.remove_prefix(at + 2);
+  }
+  xml.append(text).append(sectionEnd);
 }
 
 }  // namespace
@@ -98,6 +95,8 @@ struct XMLOutline::Events {
 };
 
 bool XMLOutline::parse(std::string_view xml) {
+  // No document holds a NUL, but expat would take one near the front for a sign of UTF-16, whatever it is told.
+  if (xml.find('\0') != xml.npos) return false;
   Parser const parser(XML_ParserCreate("UTF-8"));
   if (!parser) throw std::bad_alloc();
   parser_ = parser.get();
@@ -127,8 +126,7 @@ void XMLOutline::start(std::string_view name, std::vector<Attribute> attributes)
 
 void XMLOutline::characters(std::string_view text) {
   pending_ += text;
-  if (pending_.size() > mostPending) return fail();
-  if (isPropertyList()) appendEscaped(plain_, text);
+  if (pending_.size() > mostPending) fail();
 }
 
 void XMLOutline::end(std::string_view name) {
@@ -142,6 +140,7 @@ void XMLOutline::end(std::string_view name) {
 void XMLOutline::flush() {
   auto const text = trimmed(pending_);
   if (!text.empty()) addLine(depth_, text);
+  if (isPropertyList()) appendText(plain_, pending_);
   pending_.clear();
 }
 

@@ -96,8 +96,7 @@ std::string number(std::string const& lines) {
 }
 
 ReadingCase const numbers[] = {
-    {"zero", "0",
-     number("As Unix seconds: 1970-01-01T00:00:00.000Z\nAs Unix milliseconds: 1970-01-01T00:00:00.000Z")},
+    {"zero", "0", number("As Unix seconds: 1970-01-01T00:00:00.000Z\nAs Unix milliseconds: 1970-01-01T00:00:00.000Z")},
     {"minus zero", "-0",
      number("As Unix seconds: 1970-01-01T00:00:00.000Z\nAs Unix milliseconds: 1970-01-01T00:00:00.000Z")},
     {"minus one", "-1",
@@ -155,7 +154,7 @@ TEST(CellInterpretation, LeavesTextsOfOver128BytesAlone) {
   EXPECT_EQ(CellInterpretation::describe(std::string(1'000'000, '1')), std::nullopt);
 }
 
-TEST(CellInterpretation, HasNothingToSayOfNaughtyStrings) {
+TEST(CellInterpretation, SaysNothingOfNaughtyStringsButNumbers) {
   TOLVA_NEEDS_CORPORA();
   std::istringstream lines(contents(corpusFile("naughty-strings/blns.txt")));
   std::string described;
@@ -165,7 +164,7 @@ TEST(CellInterpretation, HasNothingToSayOfNaughtyStrings) {
     EXPECT_TRUE(isValidUTF8(*reading)) << line;
     described += line + "\n";
   }
-  EXPECT_EQ(described, "0\n1\n-1\n-0\n1\n1\n");
+  EXPECT_EQ(described, "0\n1\n-1\n-0\n");
 }
 
 }  // namespace
