@@ -7,6 +7,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
   core/CellChange.hpp
   core/ComparisonIdentity.hpp
+  core/DatabaseBackup.hpp
   core/DatabaseError.hpp
   core/DatabaseInfo.hpp
   core/DatabaseMonitor.hpp
@@ -18,6 +19,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/DatabaseWriter.hpp
   core/FileObservation.hpp
   core/MemoryBudget.hpp
+  core/NewColumn.hpp
   core/ProgressDeadline.hpp
   core/RowIdentityResolver.hpp
   core/RowPage.hpp
@@ -27,6 +29,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/SchemaChange.hpp
   core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableFilter.hpp
