@@ -21,6 +21,9 @@ set(TOLVA_PUBLIC_HEADERS
   core/MemoryBudget.hpp
   core/NewColumn.hpp
   core/ProgressDeadline.hpp
+  core/QueryExecutor.hpp
+  core/QueryPage.hpp
+  core/QuerySafety.hpp
   core/RowIdentityResolver.hpp
   core/RowPage.hpp
   core/RowSelection.hpp
