@@ -16,7 +16,9 @@ namespace {
 
 constexpr char usage[] =
     "usage: make-data tables FILE COUNT   COUNT tables without rows, each with an index\n"
-    "       make-data rows FILE COUNT     one table of COUNT rows of 8 columns\n";
+    "       make-data rows FILE COUNT     one table of COUNT rows of 8 columns\n"
+    "       make-data cells FILE COUNT    one table of COUNT rows with a text of 64 KiB each\n"
+    "       make-data json FILE BYTES     no database but a JSON document\n";
 
 [[noreturn]] void fail(char const* doing, sqlite3* database) {
   std::fprintf(stderr, "make-data: %s: %s\n", doing, database ? sqlite3_errmsg(database) : "out of memory");
@@ -125,16 +127,46 @@ void makeRows(Database& database, std::int64_t count) {
   sqlite3_finalize(insert);
 }
 
+void makeCells(Database& database, std::int64_t count) {
+  database.run("CREATE TABLE cells(id INTEGER PRIMARY KEY, text TEXT)");
+  for (std::int64_t row = 1; row <= count; ++row)
+    database.run("INSERT INTO cells VALUES (" + std::to_string(row) + ", '" + words(row, 1, 65'536) + "')");
+}
+
+/// An array of such records as the rows of a table make, a space or two short of `bytes`.
+void makeJSON(char const* path, std::int64_t bytes) {
+  std::string json = "[";
+  for (std::int64_t row = 1; json.size() + 300 < static_cast<std::size_t>(bytes); ++row) {
+    if (row > 1) json += ",";
+    json += "{\"id\":" + std::to_string(row) + ",\"quantity\":" + std::to_string(drawn(row, 2, 2'000) - 1'000) +
+            ",\"price\":" + std::to_string(drawn(row, 4, 1'000'000)) + "." + std::to_string(drawn(row, 5, 9) + 1) +
+            ",\"name\":\"" + words(row, 8, 8 + drawn(row, 9, 16)) +
+            "\",\"note\":" + (drawn(row, 10, 3) == 0 ? "null" : "\"" + words(row, 11, drawn(row, 12, 41)) + "\"") +
+            ",\"paid\":" + (drawn(row, 13, 2) == 0 ? "true" : "false") + ",\"tags\":[\"" + words(row, 14, 5) + "\"," +
+            std::to_string(drawn(row, 15, 100)) + "]}";
+  }
+  json += "]";
+  std::FILE* const file = std::fopen(path, "w");
+  if (!file || std::fputs(json.c_str(), file) == EOF || std::fclose(file) != 0) fail(path, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string_view const kind = argc == 4 ? argv[1] : "";
   std::int64_t const count = argc == 4 ? std::atoll(argv[3]) : 0;
-  if ((kind != "tables" && kind != "rows") || count < 1) {
+  bool const known = kind == "tables" || kind == "rows" || kind == "cells" || kind == "json";
+  if (!known || count < 1) {
     std::fputs(usage, stderr);
     return 2;
   }
+  if (kind == "json") {
+    makeJSON(argv[2], count);
+    return 0;
+  }
   Database database(argv[2]);
-  kind == "tables" ? makeTables(database, count) : makeRows(database, count);
+  if (kind == "tables") makeTables(database, count);
+  if (kind == "rows") makeRows(database, count);
+  if (kind == "cells") makeCells(database, count);
   database.run("COMMIT");
 }

@@ -7,6 +7,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/CancellationHandle.hpp
   core/CellChange.hpp
   core/ComparisonIdentity.hpp
+  core/DatabaseBackup.hpp
   core/DatabaseError.hpp
   core/DatabaseInfo.hpp
   core/DatabaseMonitor.hpp
@@ -18,7 +19,11 @@ set(TOLVA_PUBLIC_HEADERS
   core/DatabaseWriter.hpp
   core/FileObservation.hpp
   core/MemoryBudget.hpp
+  core/NewColumn.hpp
   core/ProgressDeadline.hpp
+  core/QueryExecutor.hpp
+  core/QueryPage.hpp
+  core/QuerySafety.hpp
   core/RowIdentityResolver.hpp
   core/RowPage.hpp
   core/RowSelection.hpp
@@ -27,6 +32,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/SQLiteLibrary.hpp
   core/SQLiteStatement.hpp
   core/SQLiteValue.hpp
+  core/SchemaChange.hpp
   core/Stamp.hpp
   core/StructureDetails.hpp
   core/TableFilter.hpp
@@ -38,7 +44,12 @@ set(TOLVA_PUBLIC_HEADERS
   platform/ThreadSafety.hpp
   platform/Turn.hpp
   platform/UUID.hpp
-  platform/Uptime.hpp)
+  platform/Uptime.hpp
+  preview/CellPreview.hpp
+  preview/CellPreviewService.hpp
+  preview/PDFFirstPage.hpp
+  preview/PreviewHelpers.hpp
+  preview/PreviewTreeNode.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
 set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")

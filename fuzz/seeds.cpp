@@ -57,6 +57,13 @@ int main(int count, char** arguments) {
   writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
   writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
   writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
+  path const previews = root / "json-preview";
+  writeText(previews, "object", R"({"b":[1,2.5,{"c":"\u00e9\/\n"}],"a":{"b":""},"a":null})");
+  writeText(previews, "levels", std::string(63, '[') + "{\"\\\"\":0}" + std::string(63, ']'));
+  writeText(previews, "strings", R"( ["[","\"","\\",1e-7,18446744073709551615,true] )");
+  writeText(root / "query-script", "two", std::string_view("\0\1\2\0\1", 5));
+  writeText(root / "query-script", "comments", std::string_view("\0\1\5\17\6\4\17\3\0\1\5\17", 12));
+  writeText(root / "query-script", "trigger", std::string_view("\24\2\26\27\0\1\2\23\1\0", 10));
   writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
   writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
   path const modules = root / "virtual-module";

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "core/DatabaseBackup.hpp"
 #include "core/PreparedStatements.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
@@ -270,6 +271,15 @@ void DatabaseWriter::deleteRows(TableSchema const& schema, std::vector<DatabaseR
     }
   };
   connection.transaction(deleteAll, task);
+}
+
+std::filesystem::path DatabaseWriter::modifySchema(SchemaChange const& change,
+                                                   std::filesystem::path const& backupDirectory, std::stop_token task) {
+  Turn const turn(turns_);
+  SQLiteConnection& connection = db();
+  std::filesystem::path backup = makeBackup(connection, backupDirectory, task);
+  connection.transaction([&] { connection.execute(change.sql()); }, task);
+  return backup;
 }
 
 SQLiteConnection& DatabaseWriter::db() const {

@@ -13,6 +13,7 @@
 #include "core/DatabaseError.hpp"
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteValue.hpp"
+#include "core/SchemaChange.hpp"
 #include "core/TableSchema.hpp"
 #include "platform/Export.hpp"
 #include "platform/Turn.hpp"
@@ -22,7 +23,7 @@ namespace tolva {
 class SQLiteConnection;
 
 /// The write service of one open database: edits, inserts and deletes, each with proof that it touches exactly the row
-/// that a person saw.
+/// that a person saw, and changes of the schema behind a backup.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
 /// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows.
@@ -64,6 +65,13 @@ class TOLVA_EXPORT DatabaseWriter {
   /// Deletes the rows in one transaction. Each must still have its identity and all its values but the deferred ones,
   /// which are not compared.
   void deleteRows(TableSchema const& schema, std::vector<DatabaseRow> const& rows, std::stop_token task);
+
+  // Changing the schema ------------------------------------------------------------------------
+
+  /// Makes a backup in `backupDirectory` (`makeBackup`), then the change in a transaction, and returns the path of the
+  /// backup, which stays when the change fails. A failed backup changes nothing.
+  std::filesystem::path modifySchema(SchemaChange const& change, std::filesystem::path const& backupDirectory,
+                                     std::stop_token task);
 
  private:
   SQLiteConnection& db() const REQUIRES(turns_);

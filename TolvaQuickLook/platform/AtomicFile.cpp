@@ -16,6 +16,7 @@ namespace {
 Descriptor folderOf(std::filesystem::path const& destination) {
   std::filesystem::path const parent = destination.has_parent_path() ? destination.parent_path() : ".";
   Descriptor folder(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder && errno == EACCES) folder = Descriptor(::open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!folder) throwFileError("The folder cannot be opened", parent);
   return folder;
 }
@@ -101,8 +102,8 @@ void AtomicFile::publish(Publication publication) {
   if (publication == Publication::replace) keepPermissions();
   if (!flushed_) flush();
   rename(publication);
-  // EINVAL is a file system that has no way to flush a folder.
-  if (uninterrupted([&] { return ::fsync(folder_.get()); }) != 0 && errno != EINVAL)
+  // EINVAL is a file system that has no way to flush a folder, EBADF a folder that may be written but not read.
+  if (uninterrupted([&] { return ::fsync(folder_.get()); }) != 0 && errno != EINVAL && errno != EBADF)
     fail("The file has its name, but its folder cannot be put on the disk");
 }
 

@@ -20,6 +20,8 @@
 
 namespace tolva {
 
+struct CellHead;
+
 /// Turns a value into what a person can look at, from a head of at most 1 MiB, and saves that head to a file.
 ///
 /// A serial service: each operation waits for its turn and blocks, so call it from a worker thread. `task` is checked
@@ -40,7 +42,7 @@ class TOLVA_EXPORT CellPreviewService {
   CellPreview cached(SQLiteValue const& value, std::stop_token task);
 
   /// Shows the head of a value of `total` bytes; `type` is "text" or "blob", the head at most 1,048,576 bytes.
-  CellPreview previewBytes(std::string const& type, std::int64_t total, Bytes const& bytes, std::stop_token task);
+  CellPreview previewBytes(std::string const& type, std::int64_t total, Bytes bytes, std::stop_token task);
 
   /// Writes the bytes of a preview to a new file, which only its owner can read. Never replaces a file, never follows a
   /// link, never writes to `source` or its companions. A failure or a cancel leaves no file.
@@ -48,8 +50,7 @@ class TOLVA_EXPORT CellPreviewService {
             std::stop_token task);
 
  private:
-  CellPreview render(std::string const& type, std::int64_t totalBytes, Bytes bytes, std::stop_token task) const
-      REQUIRES(turns_);
+  CellPreview render(CellHead head, std::stop_token const& task) const REQUIRES(turns_);
 
   TurnQueue turns_;
   std::shared_ptr<CancellationHandle> const cancellation_;

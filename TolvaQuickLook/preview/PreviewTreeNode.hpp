@@ -10,6 +10,7 @@
 namespace tolva {
 
 class JSONValue;
+class JSONWriter;
 
 /// One node of the tree that a preview shows: made here from JSON, or supplied by somebody and then checked first.
 struct TOLVA_EXPORT PreviewTreeNode {
@@ -20,8 +21,11 @@ struct TOLVA_EXPORT PreviewTreeNode {
 
   bool operator==(PreviewTreeNode const&) const = default;
 
-  /// The tree of a JSON value as a list that holds its root, labelled "$". At most 450 nodes beside those that were in
-  /// progress when the number was reached.
+  void encode(JSONWriter& out) const;                     // keys are the names of the fields
+  static PreviewTreeNode decode(JSONValue const& coded);  // throws `JSONError`
+
+  /// The tree of a JSON value as a list that holds its root, labelled "$": at most 450 nodes and 24 levels below the
+  /// root. An array or object of which less is shown says so in its value, and has a list of children, if an empty one.
   static std::vector<PreviewTreeNode> json(JSONValue const& value);
 
   /// Throws `DatabaseError` unless the tree is within what an interface shows: 500 nodes, 32 levels below the roots,

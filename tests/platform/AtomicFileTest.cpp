@@ -180,6 +180,18 @@ TEST(AtomicFile, ReportsAFolderThatMayNotBeWrittenTo) {
   EXPECT_EQ(asUnprivileged([&] { return systemFailureOf([&] { AtomicFile(folder / "closed/a"); }); }), "EACCES a");
 }
 
+/// Its files can be made but not listed, and the folder itself cannot be flushed.
+TEST(AtomicFile, AppearsInAFolderThatMayNotBeRead) {
+  TemporaryFolder folder;
+  std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+  std::filesystem::create_directory(folder / "box");
+  std::filesystem::permissions(folder / "box", std::filesystem::perms(0333));
+  EXPECT_EQ(asUnprivileged(
+                [&] { return systemFailureOf([&] { publish(folder / "box/a", "new", Publication::exclusive); }); }),
+            "(nothing failed)");
+  EXPECT_EQ(folder.read("box/a"), "new");
+}
+
 TEST(AtomicFile, IsNotPublishedAfterAShortWrite) {
   TemporaryFolder const folder;
   folder.write("a", "old");

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/DatabaseBackup.hpp"
+
+#include <fcntl.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "core/DatabaseError.hpp"
+#include "core/SQLiteConnection.hpp"
+#include "platform/AtomicFile.hpp"
+#include "platform/UUID.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr int pagesPerStep = 256;      // the source is locked for one step at a time
+constexpr std::size_t keptBeside = 4;  // older backups that stay with a new one
+constexpr std::string_view prefix = "backup-";
+constexpr std::string_view extension = ".sqlite";
+
+std::string newName() {
+  auto const now = std::chrono::system_clock::now().time_since_epoch();
+  auto const seconds = std::chrono::floor<std::chrono::seconds>(now).count();
+  return std::string(prefix) + std::to_string(seconds) + "-" + UUID::make().text() + std::string(extension);
+}
+
+// Copying ------------------------------------------------------------------------------------------
+
+/// The source keeps the message of whatever it failed with last; it belongs to this failure only where the code does.
+DatabaseError failureOf(SQLiteConnection const& source, int code) {
+  bool const told = (sqlite3_errcode(source.handle()) & 0xFF) == (code & 0xFF);
+  return told ? source.error(code) : DatabaseError(sqlite3_errstr(code), code);
+}
+
+void copyPages(SQLiteConnection const& source, SQLiteConnection const& copy, std::stop_token const& task) {
+  sqlite3_backup* const backup = sqlite3_backup_init(copy.handle(), "main", source.handle(), "main");
+  if (!backup) throw copy.error(sqlite3_errcode(copy.handle()));
+  int stepped = SQLITE_OK;
+  while (stepped == SQLITE_OK) {
+    stepped = task.stop_requested() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
+  }
+  int const finished = sqlite3_backup_finish(backup);
+  if (stepped != SQLITE_DONE) throw failureOf(source, stepped);
+  if (finished != SQLITE_OK) throw failureOf(source, finished);
+}
+
+/// What a failed copy can have left of SQLite's own files beside it.
+struct NoCompanions {
+  std::filesystem::path const& database;
+  ~NoCompanions() {
+    for (char const* const suffix : {"-journal", "-wal", "-shm"}) {
+      std::error_code ignored;
+      std::filesystem::remove(database.string() + suffix, ignored);
+    }
+  }
+};
+
+/// Nobody sees the copy before it is complete and flushed as a whole, so it needs neither a journal nor a flush on the
+/// way.
+void copyInto(std::filesystem::path const& path, SQLiteConnection const& source, std::stop_token const& task) {
+  NoCompanions const after{path};
+  auto const copy = SQLiteConnection::open(path, {.readOnly = false, .create = true});
+  copy->execute("PRAGMA journal_mode = OFF");
+  copy->execute("PRAGMA synchronous = OFF");
+  copyPages(source, *copy, task);
+  copy->execute("PRAGMA journal_mode = DELETE");  // a copy of a database in WAL mode is in it as well
+}
+
+/// The copy stands in a hidden sibling until it is whole: a partial one must never count as a backup.
+void writeCopy(SQLiteConnection const& source, std::filesystem::path const& path, std::stop_token const& task) {
+  int code = SQLITE_CANTOPEN;
+  try {
+    AtomicFile file(path, {.prefix = ".tolva-backup-"});
+    copyInto(path.parent_path() / file.sibling(), source, task);
+    code = SQLITE_IOERR;
+    file.publish(Publication::exclusive);
+  } catch (std::filesystem::filesystem_error const&) {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);  // it can have its name already when the folder could not be flushed
+    throw DatabaseError(sqlite3_errstr(code), code);
+  }
+}
+
+// Pruning ------------------------------------------------------------------------------------------
+
+/// Nanoseconds since 1970; where the file system keeps no creation date, the distant past.
+std::int64_t createdAt(std::filesystem::path const& path) {
+  struct statx status {};
+  bool const known = ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &status) == 0 &&
+                     (status.stx_mask & STATX_BTIME) != 0;
+  return known ? status.stx_btime.tv_sec * std::int64_t{1'000'000'000} + status.stx_btime.tv_nsec : 0;
+}
+
+bool isBackup(std::filesystem::directory_entry const& entry) {
+  std::error_code ignored;
+  return entry.path().filename().native().starts_with(prefix) && entry.path().extension() == extension &&
+         entry.symlink_status(ignored).type() == std::filesystem::file_type::regular;
+}
+
+void prune(std::filesystem::path const& directory, std::filesystem::path const& made) {
+  std::vector<std::pair<std::int64_t, std::filesystem::path>> others;
+  for (std::filesystem::directory_entry const& entry : std::filesystem::directory_iterator(directory)) {
+    if (isBackup(entry) && entry.path().filename() != made.filename()) {
+      others.emplace_back(createdAt(entry.path()), entry.path());
+    }
+  }
+  std::ranges::sort(others, std::greater());  // the newest first; of one moment by name, which holds the second
+  for (std::size_t place = keptBeside; place < others.size(); ++place) {
+    std::error_code ignored;
+    std::filesystem::remove(others[place].second, ignored);
+  }
+}
+
+}  // namespace
+
+std::filesystem::path makeBackup(SQLiteConnection& connection, std::filesystem::path const& directory,
+                                 std::stop_token task) {
+  std::filesystem::create_directories(directory);
+  std::filesystem::path const path = std::filesystem::absolute(directory) / newName();
+  writeCopy(connection, path, task);
+  prune(directory, path);
+  return path;
+}
+
+}  // namespace tolva

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "preview/PropertyListXML.hpp"
+
+#include <locale.h>
+#include <plist/plist.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+#include "platform/UTF8.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr std::size_t mostBytes = 262'144;
+
+/// Has the C library read and write numbers with a point on this thread, whatever the host program has set.
+class PlainNumbers {
+ public:
+  PlainNumbers() : before_(uselocale(plain())) {}
+  ~PlainNumbers() { uselocale(before_); }
+  PlainNumbers(PlainNumbers const&) = delete;
+  PlainNumbers& operator=(PlainNumbers const&) = delete;
+
+ private:
+  /// Never freed: calls may still come while the process ends.
+  static locale_t plain() {
+    static locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
+    return plain;
+  }
+
+  locale_t const before_;
+};
+
+struct FreeList {
+  void operator()(plist_t list) const { plist_free(list); }
+};
+using List = std::unique_ptr<void, FreeList>;
+
+struct FreeText {
+  void operator()(char* text) const { plist_to_xml_free(text); }
+};
+using Text = std::unique_ptr<char, FreeText>;
+
+List read(std::string_view bytes) {
+  plist_t list = nullptr;
+  auto const size = static_cast<std::uint32_t>(bytes.size());
+  if (bytes.starts_with("bplist00")) {
+    plist_from_bin(bytes.data(), size, &list);
+  } else {
+    plist_from_xml(bytes.data(), size, &list);
+  }
+  return List(list);
+}
+
+}  // namespace
+
+std::optional<std::string> propertyListXML(std::string_view checked) {
+  PlainNumbers const plain;
+  List const list = read(checked);
+  if (!list) return {};
+  char* written = nullptr;
+  std::uint32_t size = 0;
+  plist_to_xml(list.get(), &written, &size);
+  Text const text(written);
+  if (!text || size > mostBytes || !isValidUTF8({text.get(), size})) return {};
+  return std::string(text.get(), size);
+}
+
+}  // namespace tolva

@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/DatabaseBackup.hpp"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <regex>
+#include <thread>
+
+#include "core/MemoryBudget.hpp"
+#include "core/SQLiteConnection.hpp"
+#include "core/SQLiteStatement.hpp"
+#include "support/Failure.hpp"
+#include "support/FaultInjector.hpp"
+#include "support/NoTask.hpp"
+#include "support/SQLitePeer.hpp"
+#include "support/SystemFailure.hpp"
+#include "support/TemporaryDatabase.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/Unprivileged.hpp"
+
+namespace tolva {
+namespace {
+
+using namespace std::chrono_literals;
+using Names = std::vector<std::string>;
+
+std::string const twoRows = "CREATE TABLE t(a); INSERT INTO t VALUES (1),(2);";
+
+/// A table of more pages than one step of a backup copies.
+std::string const manyPages =
+    "CREATE TABLE t(a); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 600) INSERT INTO t "
+    "SELECT zeroblob(4000) FROM n;";
+
+struct Scene {
+  explicit Scene(std::string const& sql = twoRows)
+      : database(folder, "a.db", sql), connection(SQLiteConnection::open(database.path(), {.readOnly = false})) {}
+
+  std::filesystem::path backUp(std::stop_token task = noTask) { return makeBackup(*connection, backups, task); }
+
+  Names names() const {
+    Names names;
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(backups)) {
+      names.push_back(entry.path().filename());
+    }
+    std::ranges::sort(names);
+    return names;
+  }
+
+  TemporaryFolder folder;
+  std::filesystem::path const backups = folder / "backups";
+  TemporaryDatabase const database;
+  std::shared_ptr<SQLiteConnection> connection;
+};
+
+/// Creation dates of some file systems have steps of milliseconds.
+void letTimePass() { std::this_thread::sleep_for(10ms); }
+
+TEST(DatabaseBackup, IsACompleteCopyUnderATellingName) {
+  Scene scene;
+  auto const seconds = [] {
+    return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()).time_since_epoch().count();
+  };
+  auto const before = seconds();
+  std::filesystem::path const backup = scene.backUp();
+  EXPECT_EQ(backup.parent_path(), scene.backups);
+  EXPECT_EQ(rowsAsText(backup, "SELECT a FROM t; PRAGMA integrity_check"), "1\n2\nok");
+  std::smatch parts;
+  std::string const name = backup.filename();
+  ASSERT_TRUE(
+      std::regex_match(name, parts, std::regex("backup-([0-9]+)-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.sqlite")));
+  EXPECT_GE(std::stoll(parts[1]), before);
+  EXPECT_LE(std::stoll(parts[1]), seconds());
+  EXPECT_EQ(scene.names(), Names{name});
+}
+
+TEST(DatabaseBackup, MakesTheFolderAndThoseAboveIt) {
+  Scene scene;
+  std::filesystem::path const deep = scene.folder / "one/two/three";
+  EXPECT_EQ(makeBackup(*scene.connection, deep, noTask).parent_path(), deep);
+  EXPECT_EQ(makeBackup(*scene.connection, deep, noTask).parent_path(), deep);
+}
+
+TEST(DatabaseBackup, AnswersWithAnAbsolutePath) {
+  Scene scene;
+  std::filesystem::current_path(scene.folder.path());
+  EXPECT_EQ(makeBackup(*scene.connection, "backups", noTask).parent_path(), scene.backups);
+}
+
+TEST(DatabaseBackup, IsReadByItsOwnerAlone) {
+  Scene scene;
+  struct stat status {};
+  ASSERT_EQ(::stat(scene.backUp().c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST(DatabaseBackup, OfADatabaseInWALModeIsOneFile) {
+  Scene scene("PRAGMA journal_mode = WAL;" + twoRows);
+  scene.connection->execute("INSERT INTO t VALUES (3)");  // is in the log
+  ASSERT_TRUE(std::filesystem::exists(scene.folder / "a.db-wal"));
+  std::filesystem::path const backup = scene.backUp();
+  EXPECT_EQ(scene.names(), Names{backup.filename()});
+  EXPECT_EQ(rowsAsText(backup, "SELECT a FROM t; PRAGMA journal_mode"), "1\n2\n3\ndelete");
+}
+
+TEST(DatabaseBackup, OfAnEmptyDatabaseIsEmpty) {
+  Scene scene("");
+  EXPECT_EQ(rowsAsText(scene.backUp(), "SELECT count(*) FROM sqlite_schema"), "0");
+}
+
+TEST(DatabaseBackup, GoesOnWhileAStatementReads) {
+  Scene scene;
+  SQLiteStatement reading = scene.connection->prepare("SELECT a FROM t");
+  ASSERT_TRUE(reading.step());
+  EXPECT_EQ(rowsAsText(scene.backUp(), "SELECT a FROM t"), "1\n2");
+  EXPECT_TRUE(reading.step());
+}
+
+// Pruning ------------------------------------------------------------------------------------------
+
+TEST(DatabaseBackup, KeepsTheNewestFourAndTheNewOne) {
+  Scene scene;
+  Names made;
+  for (int backup = 0; backup < 6; ++backup) {
+    made.push_back(scene.backUp().filename());
+    letTimePass();
+  }
+  std::sort(made.begin() + 1, made.end());
+  EXPECT_EQ(scene.names(), Names(made.begin() + 1, made.end()));
+}
+
+/// Whatever their names say.
+TEST(DatabaseBackup, PrunesByTheDateOfCreation) {
+  Scene scene;
+  std::filesystem::create_directories(scene.backups);
+  for (char const* const name : {"backups/backup-9.sqlite", "backups/backup-1.sqlite", "backups/backup-.sqlite",
+                                 "backups/backup-5.sqlite", "backups/backup-0.sqlite"}) {
+    scene.folder.write(name, "");
+    letTimePass();
+  }
+  std::string const made = scene.backUp().filename();
+  Names expected{"backup-.sqlite", "backup-0.sqlite", "backup-1.sqlite", "backup-5.sqlite", made};
+  std::ranges::sort(expected);
+  EXPECT_EQ(scene.names(), expected);
+}
+
+TEST(DatabaseBackup, PrunesNothingElse) {
+  Scene scene;
+  std::filesystem::create_directories(scene.backups / "backup-folder.sqlite");
+  Names others{"backup-folder.sqlite"};
+  for (std::string const name : {"backup-notes.txt", "other.sqlite", "Backup-1.sqlite", "backup-1.SQLITE",
+                                 "backup-2.sqlite.old", "backup-3.sqlite-journal", "backup-4sqlite"}) {
+    scene.folder.write("backups/" + name, "");
+    others.push_back(name);
+  }
+  std::filesystem::create_symlink(scene.database.path(), scene.backups / "backup-link.sqlite");
+  others.emplace_back("backup-link.sqlite");
+  for (int backup = 0; backup < 5; ++backup) others.push_back(scene.backUp().filename());
+  std::ranges::sort(others);
+  EXPECT_EQ(scene.names(), others);
+}
+
+TEST(DatabaseBackup, LeavesWhatItCannotDelete) {
+  Scene scene;
+  for (int backup = 0; backup < 5; ++backup) scene.backUp();
+  bool const struck =
+      FaultInjector::failing(scene.backups, FaultInjector::count(scene.backups, [&] { scene.backUp(); }), EACCES,
+                             /*persistent=*/false, [&] { scene.backUp(); });
+  EXPECT_TRUE(struck);
+  EXPECT_EQ(scene.names().size(), 6U);
+  scene.backUp();
+  EXPECT_EQ(scene.names().size(), 5U);
+}
+
+// Failing ------------------------------------------------------------------------------------------
+
+TEST(DatabaseBackup, OfACancelledTaskIsNone) {
+  Scene scene(manyPages);
+  std::stop_source source;
+  source.request_stop();
+  DatabaseError const failure = failureOf([&] { scene.backUp(source.get_token()); });
+  EXPECT_EQ(failure, DatabaseError("interrupted", 9));
+  EXPECT_TRUE(failure.isCancellation());
+  EXPECT_EQ(failure.errorDescription(), "Cancelled");
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(DatabaseBackup, TakesNoNoteOfTheMessageOfAnEarlierFailure) {
+  Scene scene;
+  failureOf([&] { scene.connection->execute("SELECT * FROM nothing"); });
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_EQ(failureOf([&] { scene.backUp(source.get_token()); }), DatabaseError("interrupted", 9));
+}
+
+TEST(DatabaseBackup, WaitsForNoLock) {
+  Scene scene;
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
+  EXPECT_EQ(failureOf([&] { scene.backUp(); }), DatabaseError("database is locked", SQLITE_BUSY));
+  EXPECT_EQ(scene.names(), Names{});
+  ASSERT_EQ(peer.exec("COMMIT"), "ok");
+  EXPECT_EQ(rowsAsText(scene.backUp(), "SELECT a FROM t"), "1\n2");
+}
+
+TEST(DatabaseBackup, FailsInsideATransactionThatWrites) {
+  Scene scene;
+  scene.connection->execute("BEGIN IMMEDIATE");
+  EXPECT_EQ(failureOf([&] { scene.backUp(); }), DatabaseError("database is locked", SQLITE_BUSY));
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(DatabaseBackup, SaysInTheSystemsWordsThatTheFolderCannotBeMade) {
+  Scene scene;
+  scene.folder.write("backups", "a file");
+  EXPECT_EQ(systemFailureOf([&] { makeBackup(*scene.connection, scene.backups / "deeper", noTask); }),
+            "ENOTDIR deeper");
+}
+
+TEST(DatabaseBackup, SaysThatItCannotBeOpenedInAFolderThatMayNotBeWritten) {
+  Scene scene;
+  scene.folder.openToEverybody();
+  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0644), 0);
+  std::filesystem::create_directories(scene.backups);
+  ASSERT_EQ(::chmod(scene.backups.c_str(), 0555), 0);
+  EXPECT_EQ(asUnprivileged([&] {
+              auto const connection = SQLiteConnection::open(scene.database.path(), {});
+              DatabaseError const failure = failureOf([&] { makeBackup(*connection, scene.backups, noTask); });
+              return std::to_string(failure.code) + " " + failure.detail;
+            }),
+            "14 unable to open database file");
+}
+
+/// A folder that may be written but not listed.
+TEST(DatabaseBackup, StaysWhenTheFolderCannotBeListed) {
+  Scene scene;
+  scene.folder.openToEverybody();
+  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0644), 0);
+  std::filesystem::create_directories(scene.backups);
+  ASSERT_EQ(::chmod(scene.backups.c_str(), 0333), 0);
+  std::string const told = asUnprivileged([&] {
+    auto const connection = SQLiteConnection::open(scene.database.path(), {});
+    return systemFailureOf([&] { makeBackup(*connection, scene.backups, noTask); });
+  });
+  ASSERT_EQ(::chmod(scene.backups.c_str(), 0777), 0);
+  EXPECT_EQ(told, "EACCES backups");
+  EXPECT_EQ(scene.names().size(), 1U);
+}
+
+TEST(DatabaseBackup, LeavesNothingWhenMemoryRunsOut) {
+  Scene scene;
+  std::filesystem::create_directories(scene.backups);
+  int failed = 0;
+  for (std::int64_t bytes = 0; scene.names().empty(); bytes += 2'048) {
+    MemoryBudget const budget(bytes);
+    DatabaseError const failure = failureOf([&] { scene.backUp(); });
+    if (failure.code == -1) break;
+    ++failed;
+    ASSERT_EQ(failure.code & 0xFF, SQLITE_NOMEM) << failure.detail;
+    ASSERT_EQ(scene.names(), Names{}) << bytes;
+  }
+  EXPECT_GT(failed, 10);
+  EXPECT_EQ(scene.names().size(), 1U);
+}
+
+// Faults -------------------------------------------------------------------------------------------
+
+class DatabaseBackupFaults : public testing::TestWithParam<std::string> {};
+
+Names hidden(Names const& names) {
+  Names found;
+  for (std::string const& name : names) {
+    if (name.starts_with('.')) found.push_back(name);
+  }
+  return found;
+}
+
+TEST_P(DatabaseBackupFaults, LeaveAWholeBackupOrNone) {
+  Scene scene("PRAGMA journal_mode = " + GetParam() + ";" + manyPages);
+  auto const prepare = [&] {
+    std::filesystem::remove_all(scene.backups);
+    std::filesystem::create_directories(scene.backups);
+    for (char const* const name : {"1", "2", "3", "4", "5"}) {
+      scene.folder.write("backups/backup-" + std::string(name) + ".sqlite", "old");
+    }
+  };
+  long const calls = forEachFault(
+      scene.backups, prepare, [&] { scene.backUp(); },
+      [&](FaultMode, long, FaultOutcome const& outcome) {
+        std::size_t whole = 0;
+        for (std::string const& name : scene.names()) {
+          if (name.starts_with('.') || scene.folder.read("backups/" + name) == "old") continue;
+          EXPECT_EQ(rowsAsText(scene.backups / name, "SELECT count(*) FROM t; PRAGMA integrity_check"), "600\nok");
+          ++whole;
+        }
+        if (outcome.told != FaultOutcome::Told::nothing) {
+          bool const succeeded = outcome.told == FaultOutcome::Told::success;
+          EXPECT_EQ(whole, succeeded ? 1U : 0U) << outcome.text;
+          EXPECT_EQ(hidden(scene.names()), Names{}) << outcome.text;
+        }
+        EXPECT_EQ(rowsAsText(scene.database.path(), "SELECT count(*) FROM t"), "600");
+        EXPECT_EQ(rowsAsText(scene.backUp(), "SELECT count(*) FROM t"), "600");
+      },
+      /*most=*/60);
+  EXPECT_GE(calls, 10);
+  std::filesystem::remove_all(scene.backups);  // with what the kills left
+}
+
+INSTANTIATE_TEST_SUITE_P(InEachJournalMode, DatabaseBackupFaults, testing::Values("DELETE", "WAL"),
+                         [](auto const& mode) { return mode.param; });
+
+}  // namespace
+}  // namespace tolva

@@ -1,0 +1,191 @@
+// SPDX-License-Identifier: Apache-2.0
+// What `DatabaseWriter::modifySchema` does, and what it leaves behind when the disk fails or the process dies.
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "core/DatabaseWriter.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "support/Failure.hpp"
+#include "support/FaultInjector.hpp"
+#include "support/NoTask.hpp"
+#include "support/SQLitePeer.hpp"
+#include "support/TemporaryDatabase.hpp"
+#include "support/TemporaryFolder.hpp"
+
+namespace tolva {
+namespace {
+
+constexpr char const* schemaSQL = "SELECT sql FROM sqlite_schema ORDER BY name";
+
+struct Scene {
+  explicit Scene(std::string const& sql = "CREATE TABLE t(a, b); CREATE INDEX i ON t(a); INSERT INTO t VALUES (1, 2);")
+      : database(folder, "a.db", sql) {
+    writer.open(database.path());
+  }
+
+  std::filesystem::path modify(SchemaChange::Case change, std::stop_token task = noTask) {
+    return writer.modifySchema(SchemaChange(std::move(change)), backups, task);
+  }
+  std::string schema() const { return database.rows(schemaSQL); }
+  std::ptrdiff_t backupCount() const {
+    if (!std::filesystem::exists(backups)) return 0;
+    return std::distance(std::filesystem::directory_iterator(backups), std::filesystem::directory_iterator());
+  }
+
+  TemporaryFolder folder;
+  std::filesystem::path const backups = folder / "backups";
+  TemporaryDatabase const database;
+  DatabaseWriter writer;
+};
+
+struct ChangeCase {
+  char const* says;
+  SchemaChange::Case change;
+  char const* schema;  // after it
+};
+
+ChangeCase const changeCases[] = {
+    {"createTable", SchemaChange::CreateTable{"n\"n", {{.name = "x\"", .type = "INTEGER", .primaryKey = true}}},
+     "CREATE INDEX i ON t(a)\nCREATE TABLE \"n\"\"n\" (\"x\"\"\" INTEGER PRIMARY KEY)\nCREATE TABLE t(a, b)"},
+    {"renameTable", SchemaChange::RenameTable{"t", "u\"u"},
+     "CREATE INDEX i ON \"u\"\"u\"(a)\nCREATE TABLE \"u\"\"u\"(a, b)"},
+    {"addColumn", SchemaChange::AddColumn{"t", {.name = "c", .type = "TEXT", .defaultSQL = "'x'"}},
+     "CREATE INDEX i ON t(a)\nCREATE TABLE t(a, b, \"c\" TEXT DEFAULT 'x')"},
+    {"renameColumn", SchemaChange::RenameColumn{"t", "a", "\"a"},
+     "CREATE INDEX i ON t(\"\"\"a\")\nCREATE TABLE t(\"\"\"a\", b)"},
+    {"createIndex", SchemaChange::CreateIndex{"j", "t", "b", true},
+     "CREATE INDEX i ON t(a)\nCREATE UNIQUE INDEX \"j\" ON \"t\" (\"b\")\nCREATE TABLE t(a, b)"},
+    {"dropTable", SchemaChange::DropTable{"t"}, ""},
+    {"dropIndex", SchemaChange::DropIndex{"i"}, "CREATE TABLE t(a, b)"},
+};
+
+TEST(DatabaseWriterSchema, ChangesBehindABackup) {
+  for (ChangeCase const& one : changeCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene;
+    std::string const before = scene.schema();
+    std::filesystem::path const backup = scene.modify(one.change);
+    EXPECT_EQ(scene.schema(), one.schema);
+    EXPECT_EQ(rowsAsText(backup, schemaSQL), before);
+    EXPECT_EQ(rowsAsText(backup, "SELECT * FROM t"), "1|2");
+    EXPECT_EQ(scene.backupCount(), 1);
+  }
+}
+
+struct RefusedCase {
+  char const* says;
+  SchemaChange::Case change;
+  DatabaseError failure;
+};
+
+RefusedCase const refusedCases[] = {
+    {"a type with an unmatched parenthesis", SchemaChange::AddColumn{"t", {.name = "c", .type = "INT("}},
+     DatabaseError(R"(incomplete input [ALTER TABLE "t" ADD COLUMN "c" INT(])", 1)},
+    {"a table that is not there", SchemaChange::DropTable{"u"},
+     DatabaseError(R"(no such table: u [DROP TABLE "u"])", 1)},
+    {"a name that is taken", SchemaChange::CreateTable{"t", {{.name = "a", .type = ""}}},
+     DatabaseError(R"(table "t" already exists [CREATE TABLE "t" ("a" )])", 1)},
+};
+
+TEST(DatabaseWriterSchema, KeepsTheBackupOfAChangeThatFails) {
+  for (RefusedCase const& one : refusedCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene;
+    std::string const before = scene.schema();
+    EXPECT_EQ(failureOf([&] { scene.modify(one.change); }), one.failure);
+    EXPECT_EQ(scene.schema(), before);
+    EXPECT_EQ(scene.backupCount(), 1);
+    EXPECT_NO_THROW(scene.modify(SchemaChange::DropIndex{"i"}));
+  }
+}
+
+/// Only the first statement of the text runs.
+TEST(DatabaseWriterSchema, CutsADefaultThatGoesOnWithAnotherStatement) {
+  Scene scene;
+  scene.modify(SchemaChange::AddColumn{"t", {.name = "c", .type = "INT", .defaultSQL = "1; DROP TABLE t"}});
+  EXPECT_EQ(scene.database.rows("SELECT a, b, c FROM t"), "1|2|1");
+}
+
+TEST(DatabaseWriterSchema, ChangesNothingWithoutABackup) {
+  Scene scene;
+  std::string const before = scene.schema();
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
+  EXPECT_EQ(failureOf([&] { scene.modify(SchemaChange::DropTable{"t"}); }), DatabaseError("database is locked", 5));
+  ASSERT_EQ(peer.exec("COMMIT"), "ok");
+  EXPECT_EQ(scene.schema(), before);
+  EXPECT_EQ(scene.backupCount(), 0);
+}
+
+TEST(DatabaseWriterSchema, ChangesNothingForACancelledTask) {
+  Scene scene;
+  std::stop_source source;
+  source.request_stop();
+  EXPECT_TRUE(failureOf([&] { scene.modify(SchemaChange::DropTable{"t"}, source.get_token()); }).isCancellation());
+  EXPECT_EQ(scene.database.rows("SELECT * FROM t"), "1|2");
+  EXPECT_EQ(scene.backupCount(), 0);
+}
+
+TEST(DatabaseWriterSchema, FailsWhileTheWriterIsClosed) {
+  Scene scene;
+  scene.writer.close();
+  EXPECT_EQ(failureOf([&] { scene.modify(SchemaChange::DropTable{"t"}); }), DatabaseError("No database is open.", 8));
+  EXPECT_EQ(scene.backupCount(), 0);
+}
+
+class DatabaseWriterSchemaFaults : public testing::TestWithParam<std::string> {};
+
+TEST_P(DatabaseWriterSchemaFaults, LeaveTheOldSchemaOrTheNewAndTheNewOnlyWithABackup) {
+  TemporaryFolder folder;
+  std::filesystem::path const path = folder / "a.db";
+  std::filesystem::path const backups = folder / "backups";
+  SchemaChange const change(SchemaChange::AddColumn{"t", {.name = "b", .type = "INT", .defaultSQL = "7"}});
+  auto const makeAnew = [&] {
+    for (char const* suffix : {"", "-journal", "-wal", "-shm"}) std::filesystem::remove(path.string() + suffix);
+    std::filesystem::remove_all(backups);
+    TemporaryDatabase(folder, "a.db",
+                      "PRAGMA synchronous = OFF; PRAGMA journal_mode = " + GetParam() +
+                          "; CREATE TABLE t(a); INSERT INTO t VALUES (1);");
+  };
+  auto const run = [&] {
+    DatabaseWriter writer;
+    writer.open(path);
+    writer.modifySchema(change, backups, noTask);
+  };
+  auto const wholeBackups = [&] {
+    int whole = 0;
+    if (!std::filesystem::exists(backups)) return whole;
+    for (auto const& entry : std::filesystem::directory_iterator(backups)) {
+      if (entry.path().filename().native().starts_with(".")) continue;
+      EXPECT_EQ(rowsAsText(entry.path(), "SELECT * FROM t; PRAGMA integrity_check"), "1\nok");
+      ++whole;
+    }
+    return whole;
+  };
+  // In WAL mode a commit whose last write could not be flushed is told as failed and may be found whole all the same.
+  auto const agrees = [&](FaultOutcome const& outcome, bool changed) {
+    if (outcome.told == FaultOutcome::Told::success) return changed;
+    return outcome.told == FaultOutcome::Told::nothing || GetParam() == "WAL" || !changed;
+  };
+  long const calls = forEachFault(folder.path(), makeAnew, run, [&](FaultMode, long, FaultOutcome const& outcome) {
+    EXPECT_EQ(rowsAsText(path, "PRAGMA integrity_check"), "ok");
+    std::string const content = rowsAsText(path, "SELECT * FROM t");
+    ASSERT_TRUE(content == "1" || content == "1|7") << content;
+    bool const changed = content == "1|7";
+    EXPECT_TRUE(agrees(outcome, changed)) << outcome.text;
+    EXPECT_LE(wholeBackups(), 1);
+    EXPECT_GE(wholeBackups(), changed ? 1 : 0);
+    if (changed) return;
+    run();
+    EXPECT_EQ(rowsAsText(path, "SELECT * FROM t"), "1|7");
+  });
+  EXPECT_GE(calls, 15);
+  std::filesystem::remove_all(backups);  // with what the kills left
+}
+
+INSTANTIATE_TEST_SUITE_P(InEachJournalMode, DatabaseWriterSchemaFaults, testing::Values("DELETE", "WAL"),
+                         [](auto const& mode) { return mode.param; });
+
+}  // namespace
+}  // namespace tolva

@@ -1,0 +1,669 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/QueryExecutor.hpp"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <thread>
+
+#include "platform/TaskCancellation.hpp"
+#include "support/Failure.hpp"
+#include "support/FaultInjector.hpp"
+#include "support/NoTask.hpp"
+#include "support/SQLitePeer.hpp"
+#include "support/TemporaryDatabase.hpp"
+#include "support/TemporaryFolder.hpp"
+
+namespace tolva {
+namespace {
+
+using Row = std::vector<SQLiteValue>;
+using Names = std::vector<std::string>;
+
+enum class Access { readOnly, writable };
+
+/// Numbers 1 to `count` as a recursive table "n" with the column "i".
+std::string numbers(int count) {
+  return "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + std::to_string(count) + ") ";
+}
+
+struct Scene {
+  explicit Scene(std::string const& sql = "CREATE TABLE t(a); INSERT INTO t VALUES (1),(2),(3);",
+                 Access access = Access::writable)
+      : database(folder, "a.db", sql) {
+    setenv("TMPDIR", folder.path().c_str(), 1);
+    executor.open(database.path(), access == Access::readOnly);
+  }
+  ~Scene() { unsetenv("TMPDIR"); }
+
+  QueryPage start(std::string_view sql) { return executor.start(sql, {}, noTask); }
+  QueryPage startWithBackups(std::string_view sql) { return executor.start(sql, backups, noTask); }
+  QueryPage page(std::int64_t offset) { return executor.page(offset, noTask); }
+
+  std::ptrdiff_t spools() const { return entries(folder / ("tolva-" + std::to_string(::geteuid()))); }
+  std::ptrdiff_t backupCount() const { return entries(backups); }
+
+  static std::ptrdiff_t entries(std::filesystem::path const& of) {
+    if (!std::filesystem::exists(of)) return 0;
+    return std::distance(std::filesystem::directory_iterator(of), std::filesystem::directory_iterator());
+  }
+
+  TemporaryFolder folder;
+  std::filesystem::path const backups = folder / "backups";
+  TemporaryDatabase const database;
+  QueryExecutor executor{PreviewHelpers("/nonexistent")};
+};
+
+/// The rows as "1|a\n2|b".
+std::string rowsOf(QueryPage const& page) {
+  std::string text;
+  for (Row const& row : page.rows) {
+    if (!text.empty()) text += '\n';
+    for (SQLiteValue const& value : row) text += (&value == row.data() ? "" : "|") + value.display();
+  }
+  return text;
+}
+
+std::stop_token cancelledTask() {
+  std::stop_source task;
+  task.request_stop();
+  return task.get_token();
+}
+
+// Scripts ------------------------------------------------------------------------------------------
+
+struct ScriptCase {
+  char const* says;
+  char const* sql;
+  Names columns;
+  char const* rows;
+  std::int64_t affected;
+  char const* content;  // of the table afterwards
+};
+
+ScriptCase const scriptCases[] = {
+    {"an empty script", "", {}, "", 0, "1\n2\n3"},
+    {"only comments", " -- a\n/* b", {}, "", 0, "1\n2\n3"},
+    {"one result", "SELECT a, a * 2 AS b FROM t", {"a", "b"}, "1|2\n2|4\n3|6", 0, "1\n2\n3"},
+    {"a result without rows", "SELECT a FROM t WHERE a > 7;", {"a"}, "", 0, "1\n2\n3"},
+    {"of two results the second", "SELECT 1 AS x; SELECT 2 AS y", {"y"}, "2", 0, "1\n2\n3"},
+    {"a comment behind the result", "SELECT 1 AS x; -- done", {"x"}, "1", 0, "1\n2\n3"},
+    {"a comment without an end behind it", "SELECT 1 AS x; /* done", {"x"}, "1", 0, "1\n2\n3"},
+    {"a statement behind a result", "SELECT 1; INSERT INTO t VALUES (4)", {}, "", 1, "1\n2\n3\n4"},
+    {"a lone semicolon behind a result", "SELECT 1;;", {}, "", 0, "1\n2\n3"},
+    {"a change before the result",
+     "UPDATE t SET a = a + 1 WHERE a > 1; SELECT max(a) m FROM t",
+     {"m"},
+     "4",
+     2,
+     "1\n3\n4"},
+    {"changes add up", "INSERT INTO t VALUES (4),(5); DELETE FROM t WHERE a < 3", {}, "", 4, "3\n4\n5"},
+    {"rows of a change behind which there is more",
+     "DELETE FROM t WHERE a = 1 RETURNING a; SELECT 'x' x",
+     {"x"},
+     "x",
+     1,
+     "2\n3"},
+    {"rows of a change", "DELETE FROM t WHERE a > 1 RETURNING a AS gone", {"gone"}, "2\n3", 2, "1"},
+    {"rows of an insert", "INSERT INTO t VALUES (4) RETURNING a, rowid;", {"a", "rowid"}, "4|4", 1, "1\n2\n3\n4"},
+    {"a transaction of the script",
+     "BEGIN; DELETE FROM t; ROLLBACK; SELECT count(*) c FROM t",
+     {"c"},
+     "3",
+     3,
+     "1\n2\n3"},
+    {"a result of a pragma", "PRAGMA user_version", {"user_version"}, "0", 0, "1\n2\n3"},
+    {"two columns of one name", "SELECT 1 AS a, 2 AS a", {"a", "a"}, "1|2", 0, "1\n2\n3"},
+};
+
+TEST(QueryExecutor, ShowsTheLastResultOfAScript) {
+  for (ScriptCase const& one : scriptCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene;
+    QueryPage const page = scene.start(one.sql);
+    EXPECT_EQ(page.columns, one.columns);
+    EXPECT_EQ(rowsOf(page), one.rows);
+    EXPECT_TRUE(page.finished);
+    EXPECT_EQ(page.affected, one.affected);
+    EXPECT_GT(page.duration.count(), 0);
+    EXPECT_LT(page.duration.count(), 60);
+    EXPECT_EQ(scene.database.rows("SELECT a FROM t"), one.content);
+    EXPECT_EQ(scene.spools(), one.columns.empty() ? 0 : 1);
+    QueryPage again = scene.page(0);
+    EXPECT_GE(again.duration, page.duration);
+    again.duration = page.duration;
+    EXPECT_EQ(again, page);
+  }
+}
+
+TEST(QueryExecutor, ShowsEachTypeOfValue) {
+  Scene scene;
+  QueryPage const page = scene.start(
+      "SELECT 1, 0.5, 9e999, -9e999, 'a/\"', NULL, x'', x'00ff', zeroblob(100000), printf('%.*c', 65536, 'x'), "
+      "printf('%.*c', 65537, 'x')");
+  double const infinity = std::numeric_limits<double>::infinity();
+  ASSERT_EQ(page.rows.size(), 1U);
+  EXPECT_EQ(page.rows[0], (Row{1, 0.5, infinity, -infinity, "a/\"", Null{}, LargeBlob{0}, LargeBlob{2},
+                               LargeBlob{100'000}, std::string(65'536, 'x'), LargeText{65'537}}));
+}
+
+TEST(QueryExecutor, StopsAScriptAtTheStatementThatFails) {
+  Scene scene;
+  EXPECT_EQ(failureOf([&] { scene.start("INSERT INTO t VALUES (4); SELECT * FROM absent; DELETE FROM t"); }),
+            DatabaseError("no such table: absent", 1));
+  EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1\n2\n3\n4");
+  QueryPage const page = scene.page(0);
+  EXPECT_EQ(page.columns, Names{});
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_TRUE(page.finished);
+  EXPECT_EQ(page.affected, 1);
+  EXPECT_EQ(scene.spools(), 0);
+  EXPECT_EQ(rowsOf(scene.start("SELECT count(*) FROM t")), "4");
+}
+
+TEST(QueryExecutor, RefusesAScriptWithANULBeforeAnythingRuns) {
+  Scene scene;
+  scene.start("SELECT 'before'");
+  EXPECT_EQ(failureOf([&] { scene.start(std::string_view("DELETE FROM t; \0", 16)); }),
+            DatabaseError("The SQL contains a NUL character, where SQLite would stop reading. Remove it.", 1));
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+  EXPECT_EQ(rowsOf(scene.page(0)), "before");
+}
+
+TEST(QueryExecutor, LeavesATransactionOfTheScriptOpen) {
+  Scene scene;
+  scene.start("BEGIN; INSERT INTO t VALUES (4)");
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+  scene.start("COMMIT");
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "4");
+}
+
+// Opening and closing --------------------------------------------------------------------------------
+
+TEST(QueryExecutor, NeedsAConnection) {
+  QueryExecutor executor{PreviewHelpers("/nonexistent")};
+  EXPECT_EQ(failureOf([&] { executor.start("SELECT 1", {}, noTask); }),
+            DatabaseError("No query connection is open.", 1));
+  QueryPage const page = executor.page(0, noTask);
+  EXPECT_TRUE(page.finished);
+  EXPECT_TRUE(page.columns.empty() && page.rows.empty());
+  Scene scene;
+  scene.executor.close();
+  EXPECT_EQ(failureOf([&] { scene.start("SELECT 1"); }), DatabaseError("No query connection is open.", 1));
+  EXPECT_EQ(failureOf([&] { scene.executor.open(scene.folder / "none.db", false); }).code & 0xFF, SQLITE_CANTOPEN);
+  EXPECT_EQ(failureOf([&] { scene.start("SELECT 1"); }), DatabaseError("No query connection is open.", 1));
+}
+
+TEST(QueryExecutor, DeletesTheSpoolWithTheResult) {
+  Scene scene;
+  scene.start("SELECT 1");
+  EXPECT_EQ(scene.spools(), 1);
+  scene.start("SELECT 2");
+  EXPECT_EQ(scene.spools(), 1);
+  scene.start("INSERT INTO t VALUES (4)");
+  EXPECT_EQ(scene.spools(), 0);
+  scene.start("SELECT 3");
+  scene.executor.close();
+  EXPECT_EQ(scene.spools(), 0);
+  EXPECT_TRUE(scene.page(0).rows.empty());
+  scene.executor.close();
+  scene.executor.open(scene.database.path(), true);
+  scene.start("SELECT 4");
+  scene.executor.open(scene.database.path(), true);
+  EXPECT_EQ(scene.spools(), 0);
+  {
+    QueryExecutor other{PreviewHelpers("/nonexistent")};
+    other.open(scene.database.path(), true);
+    other.start("SELECT 5", {}, noTask);
+    EXPECT_EQ(scene.spools(), 1);
+  }
+  EXPECT_EQ(scene.spools(), 0);
+}
+
+TEST(QueryExecutor, EndsTheReadTransactionWithTheResult) {
+  Scene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);" + numbers(2'000) + "INSERT INTO t SELECT i FROM n");
+  scene.start("SELECT a FROM t");  // stands at row 500
+  SQLitePeer peer(scene.database.path());
+  peer.exec("INSERT INTO t VALUES (0)");
+  EXPECT_EQ(peer.rows("PRAGMA wal_checkpoint(TRUNCATE)").substr(0, 2), "1|");
+  scene.executor.close();
+  EXPECT_EQ(peer.rows("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
+}
+
+// What a script may not do -----------------------------------------------------------------------------
+
+struct RefusedCase {
+  Access access;
+  char const* sql;
+  DatabaseError failure;
+};
+
+DatabaseError const readOnly("This object is read-only.", 8);
+DatabaseError const unauthorized("not authorized", 23);
+
+RefusedCase const refusedCases[] = {
+    {Access::readOnly, "DROP TABLE t", readOnly},
+    {Access::readOnly, "DELETE FROM t", readOnly},
+    {Access::readOnly, "SELECT 1; INSERT INTO t VALUES (1)", readOnly},
+    {Access::readOnly, "DELETE FROM t RETURNING a", readOnly},
+    {Access::readOnly, "BEGIN IMMEDIATE", readOnly},
+    {Access::readOnly, "PRAGMA journal_mode = WAL", readOnly},
+    {Access::readOnly, "CREATE TEMP TABLE x(a)", readOnly},
+    {Access::readOnly, "PRAGMA query_only = OFF", unauthorized},
+    {Access::writable, "ATTACH 'other.db' AS o", unauthorized},
+    {Access::writable, "DETACH main", unauthorized},
+    {Access::writable, "PRAGMA query_only = 1", unauthorized},
+    {Access::writable, "PRAGMA writable_schema = ON", unauthorized},
+    {Access::writable, "PRAGMA foreign_keys = OFF", unauthorized},
+    {Access::writable, "PRAGMA Foreign_KEYS(0)", unauthorized},
+    {Access::writable, "PRAGMA main.\"foreign_keys\" = 0", unauthorized},
+    {Access::writable, "VACUUM INTO 'copy.db'", DatabaseError("authorization denied", 23)},
+};
+
+TEST(QueryExecutor, RefusesWhatAScriptMayNotDo) {
+  for (RefusedCase const& one : refusedCases) {
+    SCOPED_TRACE(one.sql);
+    Scene scene("CREATE TABLE t(a); INSERT INTO t VALUES (1)", one.access);
+    EXPECT_EQ(failureOf([&] { scene.start(one.sql); }), one.failure);
+    EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1");
+  }
+}
+
+TEST(QueryExecutor, LetsTheGuardedPragmasBeRead) {
+  for (Access const access : {Access::readOnly, Access::writable}) {
+    Scene scene("", access);
+    EXPECT_EQ(rowsOf(scene.start("PRAGMA foreign_keys")), "1");
+    EXPECT_EQ(rowsOf(scene.start("PRAGMA query_only")), access == Access::readOnly ? "1" : "0");
+    EXPECT_EQ(rowsOf(scene.start("PRAGMA writable_schema")), "0");
+    EXPECT_EQ(rowsOf(scene.start("BEGIN; SELECT 1; COMMIT; SELECT 2")), "2");
+  }
+}
+
+// Backups --------------------------------------------------------------------------------------------
+
+TEST(QueryExecutor, WantsABackupLocationBeforeASchemaChange) {
+  for (char const* const sql :
+       {"DROP TABLE t", "INSERT INTO t VALUES (4); alter table t rename to u", "SELECT 1 -- drop", "SELECT 'DROP'"}) {
+    SCOPED_TRACE(sql);
+    Scene scene;
+    scene.start("SELECT 'before'");
+    EXPECT_EQ(failureOf([&] { scene.start(sql); }), DatabaseError("Schema changes require a backup location.", 1));
+    EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1\n2\n3");
+    EXPECT_EQ(rowsOf(scene.page(0)), "before");
+  }
+  Scene scene;
+  EXPECT_NO_THROW(scene.start("SELECT 'dropped' AS alters"));
+}
+
+TEST(QueryExecutor, MakesABackupBeforeASchemaChange) {
+  Scene scene;
+  QueryPage const page =
+      scene.startWithBackups("INSERT INTO t VALUES (4); DROP TABLE t; SELECT count(*) FROM sqlite_schema");
+  EXPECT_EQ(rowsOf(page), "0");
+  ASSERT_EQ(scene.backupCount(), 1);
+  EXPECT_EQ(rowsAsText(std::filesystem::directory_iterator(scene.backups)->path(), "SELECT a FROM t"), "1\n2\n3");
+  scene.startWithBackups("SELECT 1 -- alter");
+  EXPECT_EQ(scene.backupCount(), 2);
+  scene.startWithBackups("SELECT 1");
+  EXPECT_EQ(scene.backupCount(), 2);
+  for (int run = 0; run < 7; ++run) scene.startWithBackups("CREATE TABLE x(a); DROP TABLE x");
+  EXPECT_EQ(scene.backupCount(), 5);
+}
+
+TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
+  Scene scene;
+  scene.start("BEGIN; INSERT INTO t VALUES (4)");
+  scene.start("SELECT 'before'");
+  EXPECT_EQ(failureOf([&] { scene.startWithBackups("DROP TABLE t"); }),
+            DatabaseError("database is locked", SQLITE_BUSY));
+  EXPECT_EQ(rowsOf(scene.page(0)), "before");
+  EXPECT_EQ(scene.backupCount(), 0);
+  scene.start("ROLLBACK");
+  scene.startWithBackups("DROP TABLE t");
+  EXPECT_EQ(scene.backupCount(), 1);
+}
+
+TEST(QueryExecutor, MakesNoBackupOnAReadOnlyConnection) {
+  Scene scene("CREATE TABLE t(a)", Access::readOnly);
+  EXPECT_EQ(failureOf([&] { scene.startWithBackups("DROP TABLE t"); }), readOnly);
+  EXPECT_EQ(scene.backupCount(), 0);
+}
+
+// Pages ----------------------------------------------------------------------------------------------
+
+std::int64_t rowsStepped;  // by the function `count_step`, which the tests' statements call for each row
+
+/// SQLite's automatic extensions give it to the connection, which no test can reach.
+void countSteps() {
+  auto* const install = +[](sqlite3* db, char const**, sqlite3_api_routines const*) {
+    return sqlite3_create_function(
+        db, "count_step", 1, SQLITE_UTF8, nullptr,
+        [](sqlite3_context* context, int, sqlite3_value** values) {
+          ++rowsStepped;
+          sqlite3_result_value(context, values[0]);
+        },
+        nullptr, nullptr);
+  };
+  sqlite3_auto_extension(reinterpret_cast<void (*)()>(install));
+  rowsStepped = 0;
+}
+
+TEST(QueryExecutor, StepsNoFurtherThanThePagesAskedFor) {
+  countSteps();
+  Scene scene;
+  QueryPage page = scene.start(numbers(1'000'000) + "SELECT count_step(i) FROM n");
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_EQ(rowsStepped, 500);
+  EXPECT_FALSE(page.finished);
+  page = scene.page(1'000);
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_EQ(page.rows[0], Row{1'001});
+  EXPECT_EQ(rowsStepped, 1'500);
+  page = scene.page(250);
+  EXPECT_EQ(page.rows[0], Row{251});
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_EQ(rowsStepped, 1'500);
+}
+
+struct FinishCase {
+  int rows;
+  std::size_t second;  // rows of the second page
+  bool first_finished;
+};
+
+FinishCase const finishCases[] = {{499, 0, true}, {500, 0, false}, {501, 1, false}, {1'000, 500, false}};
+
+TEST(QueryExecutor, IsFinishedOnceTheEndWasSeen) {
+  for (FinishCase const& one : finishCases) {
+    SCOPED_TRACE(one.rows);
+    Scene scene;
+    EXPECT_EQ(scene.start(numbers(one.rows) + "SELECT i FROM n").finished, one.first_finished);
+    QueryPage const second = scene.page(500);
+    EXPECT_EQ(second.rows.size(), one.second);
+    EXPECT_EQ(second.finished, one.rows != 1'000);
+    EXPECT_TRUE(scene.page(1'000).finished);
+    EXPECT_EQ(scene.page(0).finished, one.rows <= 500);
+  }
+}
+
+TEST(QueryExecutor, TakesAnyOffset) {
+  Scene scene;
+  scene.start("SELECT a FROM t");
+  EXPECT_EQ(rowsOf(scene.page(2)), "3");
+  EXPECT_EQ(rowsOf(scene.page(3)), "");
+  EXPECT_EQ(rowsOf(scene.page(-498)), "1\n2");
+  EXPECT_EQ(rowsOf(scene.page(std::numeric_limits<std::int64_t>::min())), "");
+  EXPECT_EQ(rowsOf(scene.page(std::numeric_limits<std::int64_t>::max())), "");
+  EXPECT_TRUE(scene.page(std::numeric_limits<std::int64_t>::max()).finished);
+}
+
+/// The bytes of a row as it is stored around a text.
+constexpr int storedAround = 20;
+
+TEST(QueryExecutor, StopsAFillAbove4MiB) {
+  countSteps();
+  for (int const less : {0, 1}) {
+    SCOPED_TRACE(less);
+    Scene scene;
+    rowsStepped = 0;
+    // 64 rows come to 4 MiB exactly, which ends a page and not yet a fill.
+    QueryPage page = scene.start(numbers(600) + "SELECT printf('%.*c', count_step(" +
+                                 std::to_string(65'536 - storedAround - less) + "), 'x') FROM n");
+    EXPECT_EQ(page.rows.size(), less ? 65U : 64U);
+    EXPECT_EQ(rowsStepped, 65);
+    EXPECT_FALSE(page.finished);
+    std::int64_t seen = std::ssize(page.rows);
+    while (!page.finished) {
+      page = scene.page(seen);
+      ASSERT_FALSE(page.rows.empty());
+      seen += std::ssize(page.rows);
+    }
+    EXPECT_EQ(seen, 600);
+  }
+}
+
+TEST(QueryExecutor, AnswersAFarPageWithWhatOneFillReaches) {
+  Scene scene;
+  scene.start(numbers(10'000) + "SELECT printf('%.*c', 20000, 'x') FROM n");
+  QueryPage const far = scene.page(5'000);
+  EXPECT_TRUE(far.rows.empty());
+  EXPECT_FALSE(far.finished);
+}
+
+TEST(QueryExecutor, RunsAChangeToItsEndBeforeTheFirstPage) {
+  Scene scene("CREATE TABLE t(a);" + numbers(20'000) + "INSERT INTO t SELECT i FROM n");
+  QueryPage const page = scene.start("DELETE FROM t RETURNING a, printf('%.*c', 1000, 'x')");
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(page.affected, 20'000);
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "0");
+  QueryPage const last = scene.page(19'900);
+  EXPECT_EQ(last.rows.size(), 100U);
+  EXPECT_EQ(last.rows[99][0], SQLiteValue(20'000));
+  EXPECT_TRUE(last.finished);
+  EXPECT_EQ(last.affected, 20'000);
+}
+
+// Failing and cancelling -----------------------------------------------------------------------------
+
+TEST(QueryExecutor, KeepsThePagesBeforeAFailure) {
+  Scene scene;
+  QueryPage page = scene.start(numbers(2'000) + "SELECT abs(iif(i = 700, -9223372036854775808, i)) FROM n");
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_EQ(failureOf([&] { scene.page(500); }), DatabaseError("integer overflow", 1));
+  page = scene.page(0);
+  EXPECT_EQ(page.rows.size(), 500U);
+  EXPECT_FALSE(page.finished);
+  page = scene.page(500);
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
+}
+
+TEST(QueryExecutor, FailsInTheFirstFillWithAnEmptyResult) {
+  Scene scene;
+  EXPECT_EQ(failureOf([&] { scene.start("SELECT abs(-9223372036854775808) AS a"); }),
+            DatabaseError("integer overflow", 1));
+  QueryPage const page = scene.page(0);
+  EXPECT_EQ(page.columns, Names{"a"});
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_FALSE(page.finished);
+}
+
+TEST(QueryExecutor, NoticesACancelledTask) {
+  Scene scene;
+  EXPECT_THROW(scene.executor.start("DELETE FROM t", {}, cancelledTask()), TaskCancelled);
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+  scene.start("SELECT a FROM t");
+  EXPECT_THROW(scene.executor.page(0, cancelledTask()), TaskCancelled);
+  EXPECT_THROW(scene.executor.preview(0, 0, cancelledTask()), TaskCancelled);
+  EXPECT_THROW(scene.executor.selectedRows({{0, 1}}, cancelledTask()), TaskCancelled);
+  EXPECT_EQ(rowsOf(scene.page(0)), "1\n2\n3");
+}
+
+/// Gives SQL a function `stop_task` that requests the stop of a task, from within the statement.
+std::stop_source stoppedBySQL;
+
+TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
+  sqlite3_auto_extension(reinterpret_cast<void (*)()>(+[](sqlite3* db, char const**, sqlite3_api_routines const*) {
+    return sqlite3_create_function(
+        db, "stop_task", 1, SQLITE_UTF8, nullptr,
+        [](sqlite3_context*, int, sqlite3_value** values) {
+          if (sqlite3_value_int(values[0]) == 700) stoppedBySQL.request_stop();
+        },
+        nullptr, nullptr);
+  }));
+  std::string const rows = numbers(1'000'000) + "SELECT i, stop_task(i) FROM n";
+  Scene scene;
+  for (std::string const& script : {rows + "; SELECT 2", rows}) {
+    stoppedBySQL = {};
+    EXPECT_THROW(
+        {
+          scene.executor.start(script, {}, stoppedBySQL.get_token());
+          scene.executor.page(500, stoppedBySQL.get_token());
+        },
+        TaskCancelled);
+  }
+  EXPECT_EQ(scene.page(0).rows.size(), 500U);
+  EXPECT_TRUE(scene.page(500).rows.empty());
+  EXPECT_FALSE(scene.page(500).finished);
+}
+
+TEST(QueryExecutor, IsInterruptedByItsCancellation) {
+  Scene scene;
+  std::atomic<bool> ended = false;
+  std::thread canceller([&] {
+    while (!ended) {
+      scene.executor.cancellation()->cancel();
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+  });
+  DatabaseError const failure = failureOf([&] { scene.start(numbers(2'000'000'000) + "SELECT count(*) FROM n"); });
+  ended = true;
+  canceller.join();
+  EXPECT_TRUE(failure.isCancellation());
+  EXPECT_EQ(failure.errorDescription(), "Cancelled");
+  EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
+}
+
+// Previews -------------------------------------------------------------------------------------------
+
+TEST(QueryExecutor, PreviewsWholeValuesAndHeads) {
+  Scene scene;
+  scene.start("SELECT 7, 'abc', NULL, x'616263', zeroblob(100000), printf('%.*c', 70000, 'x'), x''");
+  auto const preview = [&](std::int64_t column) { return scene.executor.preview(0, column, noTask); };
+  EXPECT_EQ(preview(0).storageType, "integer");
+  EXPECT_EQ(preview(0).text, "7");
+  EXPECT_EQ(preview(1).text, "abc");
+  EXPECT_EQ(preview(2).text, "NULL");
+  EXPECT_EQ(preview(3).storageType, "blob");
+  EXPECT_EQ(preview(3).text, "abc");
+  EXPECT_FALSE(preview(3).truncated());
+  EXPECT_EQ(preview(4).totalBytes, 100'000);
+  EXPECT_EQ(preview(4).bytes.size(), 65'536U);
+  EXPECT_TRUE(preview(4).truncated());
+  EXPECT_EQ(preview(5).storageType, "text");
+  EXPECT_EQ(preview(5).text, std::string(65'536, 'x'));
+  EXPECT_EQ(preview(6).storageType, "blob");
+  EXPECT_EQ(preview(6).totalBytes, 0);
+}
+
+TEST(QueryExecutor, PreviewsNoMoreThanItCaptured) {
+  Scene scene;
+  std::string const fourHeads = "zeroblob(100000), zeroblob(100000), zeroblob(100000), zeroblob(100000), ";
+  scene.start("SELECT " + fourHeads + "zeroblob(100000), zeroblob(8388608), zeroblob(8388609), zeroblob(9000000), 'a'");
+  for (std::int64_t column : {0, 1, 2, 3}) EXPECT_EQ(scene.executor.preview(0, column, noTask).bytes.size(), 65'536U);
+  DatabaseError const overBudget(
+      "This query cell exceeded the 256 KiB per-row preview budget. Select fewer large columns in the query to preview "
+      "it.",
+      1);
+  DatabaseError const tooLarge(
+      "Query values larger than 8 MiB are not captured for preview. Select a bounded substring explicitly.", 1);
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(0, 4, noTask); }), overBudget);
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(0, 5, noTask); }), overBudget);
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(0, 6, noTask); }), tooLarge);
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(0, 7, noTask); }), tooLarge);
+  EXPECT_EQ(scene.executor.preview(0, 8, noTask).text, "a");
+  scene.start("SELECT printf('%.*c', 9000000, 'x')");
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(0, 0, noTask); }), tooLarge);
+}
+
+TEST(QueryExecutor, PreviewsOnlyWhatWasFetched) {
+  Scene scene;
+  DatabaseError const gone("Query result is no longer available.", 1);
+  auto const refused = [&](std::int64_t row, std::int64_t column) {
+    return failureOf([&] { scene.executor.preview(row, column, noTask); }) == gone;
+  };
+  EXPECT_TRUE(refused(0, 0));
+  scene.start(numbers(1'000) + "SELECT i, i FROM n");
+  EXPECT_FALSE(refused(0, 0));
+  EXPECT_FALSE(refused(499, 1));
+  EXPECT_TRUE(refused(500, 0));
+  EXPECT_TRUE(refused(-1, 0));
+  EXPECT_TRUE(refused(0, 2));
+  EXPECT_TRUE(refused(0, -1));
+  scene.page(500);
+  EXPECT_FALSE(refused(500, 0));
+  scene.executor.close();
+  EXPECT_TRUE(refused(0, 0));
+}
+
+// Copying --------------------------------------------------------------------------------------------
+
+TEST(QueryExecutor, CopiesTheRowsOfASelection) {
+  Scene scene;
+  scene.start(numbers(20'000) + "SELECT i FROM n");
+  std::vector<Row> const rows = scene.executor.selectedRows({{0, 1}, {499, 502}, {2'000, 2'001}}, noTask);
+  EXPECT_EQ(rows, (std::vector<Row>{{1}, {500}, {501}, {502}, {2'001}}));
+  EXPECT_TRUE(scene.executor.selectedRows({}, noTask).empty());
+  EXPECT_EQ(scene.executor.selectedRows({{0, 10'000}}, noTask).back(), Row{10'000});
+  EXPECT_EQ(failureOf([&] {
+              scene.executor.selectedRows({{0, 10'001}}, noTask);
+            }),
+            DatabaseError("Select at most 10,000 query rows to copy.", 1));
+}
+
+TEST(QueryExecutor, CopiesNoRowsThatAreNotThere) {
+  Scene scene;
+  DatabaseError const gone("The selected query rows are no longer available. Run the query again.", 1);
+  EXPECT_EQ(failureOf([&] { scene.executor.selectedRows({{0, 1}}, noTask); }), gone);
+  scene.start("SELECT a FROM t");
+  EXPECT_EQ(scene.executor.selectedRows({{0, 3}}, noTask).size(), 3U);
+  EXPECT_EQ(failureOf([&] { scene.executor.selectedRows({{0, 4}}, noTask); }), gone);
+  EXPECT_EQ(failureOf([&] { scene.executor.selectedRows({{7, 8}}, noTask); }), gone);
+}
+
+TEST(QueryExecutor, CopiesAtMost32MB) {
+  Scene scene;
+  std::string const text =
+      "SELECT printf('%.*c', iif(i <= 1024, 32736, 1), 'x') FROM n";  // 32,768 with the value itself
+  scene.start(numbers(1'025) + text);
+  EXPECT_EQ(scene.executor.selectedRows({{0, 1'024}}, noTask).size(), 1'024U);
+  EXPECT_EQ(failureOf([&] {
+              scene.executor.selectedRows({{0, 1'025}}, noTask);
+            }),
+            DatabaseError("Select fewer rows: copying is limited to 32 MB.", 1));
+}
+
+// Faults ---------------------------------------------------------------------------------------------
+
+/// The spool is written when it is made and with its first rows; large ones reach the file.
+TEST(QueryExecutorFaults, LeaveNoHalfPage) {
+  Scene scene;
+  std::string const sql = numbers(1'200) + "SELECT i, printf('%.*c', 300, 'x') FROM n";
+  long const calls = forEachFault(
+      scene.folder.path(), [] {},
+      [&] {
+        QueryExecutor executor{PreviewHelpers("/nonexistent")};
+        executor.open(scene.database.path(), true);
+        std::int64_t seen = std::ssize(executor.start(sql, {}, noTask).rows);
+        try {
+          for (QueryPage page; !page.finished; seen += std::ssize(page.rows)) page = executor.page(seen, noTask);
+          EXPECT_EQ(seen, 1'200);
+        } catch (DatabaseError const&) {
+          QueryPage const before = executor.page(0, noTask);
+          EXPECT_EQ(before.rows.size(), 500U);
+          EXPECT_EQ(before.rows[0][0], SQLiteValue(1));
+          throw;
+        }
+      },
+      [&](FaultMode, long, FaultOutcome const& outcome) {
+        if (outcome.told == FaultOutcome::Told::failure) {
+          EXPECT_EQ(scene.spools(), 0) << outcome.text;
+        }
+        for (auto const& left :
+             std::filesystem::directory_iterator(scene.folder / ("tolva-" + std::to_string(::geteuid())))) {
+          std::filesystem::remove(left.path());  // by a kill, or by the failure to delete it
+        }
+        EXPECT_EQ(scene.start(sql).rows.size(), 500U);
+        scene.start("");
+      },
+      /*most=*/80);
+  EXPECT_GE(calls, 4);
+}
+
+}  // namespace
+}  // namespace tolva

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/QuerySpool.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <limits>
+#include <regex>
+
+#include "platform/TaskCancellation.hpp"
+#include "support/Failure.hpp"
+#include "support/NoTask.hpp"
+#include "support/TemporaryFolder.hpp"
+
+namespace tolva {
+namespace {
+
+using Row = QuerySpool::Row;
+
+struct Scene {
+  Scene() { setenv("TMPDIR", folder.path().c_str(), 1); }
+  ~Scene() { unsetenv("TMPDIR"); }
+
+  /// Copies the result of `sql` from position `first` on.
+  void add(QuerySpool& spool, std::string const& sql, std::int64_t first = 0) {
+    auto const copy = [&](QuerySpool::Writer& writer) {
+      SQLiteStatement result = connection->prepare(sql);
+      for (std::int64_t position = first; result.step(); ++position) writer.add(position, result);
+    };
+    spool.fill(copy, noTask);
+  }
+
+  TemporaryFolder const folder;
+  std::shared_ptr<SQLiteConnection> const connection =
+      SQLiteConnection::open({}, {.readOnly = false, .create = true, .inMemory = true});
+};
+
+TEST(QuerySpool, IsAFileOfItsOwnerThatGoesWithIt) {
+  Scene const scene;
+  std::filesystem::path path;
+  {
+    QuerySpool const spool;
+    path = spool.path();
+    EXPECT_EQ(path.parent_path(), scene.folder / ("tolva-" + std::to_string(::geteuid())));
+    EXPECT_TRUE(std::regex_match(path.filename().string(),
+                                 std::regex("tolva-query-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.sqlite")));
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(path.parent_path()));
+}
+
+TEST(QuerySpool, GivesRowsBackByPosition) {
+  Scene scene;
+  QuerySpool spool;
+  scene.add(spool, "SELECT 1, 'a', NULL UNION ALL SELECT 2, 'b', 9e999 UNION ALL SELECT 3, 'c', 0.5");
+  double const infinity = std::numeric_limits<double>::infinity();
+  std::vector<Row> const rows{{1, "a", Null{}}, {2, "b", infinity}, {3, "c", 0.5}};
+  EXPECT_EQ(spool.rows(0, 3), rows);
+  EXPECT_EQ(spool.rows(-5, 100), rows);
+  EXPECT_EQ(spool.rows(1, 2), std::vector<Row>{rows[1]});
+  EXPECT_TRUE(spool.rows(3, 100).empty());
+  EXPECT_EQ(spool.row(2), rows[2]);
+  EXPECT_EQ(spool.row(3), std::nullopt);
+}
+
+TEST(QuerySpool, ForgetsAFillThatFails) {
+  Scene scene;
+  QuerySpool spool;
+  scene.add(spool, "SELECT 1");
+  EXPECT_EQ(failureOf([&] { scene.add(spool, "SELECT 2 UNION ALL SELECT abs(-9223372036854775808)", 1); }).detail,
+            "integer overflow");
+  EXPECT_EQ(spool.rows(0, 100), std::vector<Row>{{1}});
+  EXPECT_EQ(failureOf([&] { scene.add(spool, "SELECT 3"); }),
+            DatabaseError("UNIQUE constraint failed: result.position [INSERT INTO result VALUES (?, ?)]", 1555));
+  scene.add(spool, "SELECT 4", 1);
+  EXPECT_EQ(spool.rows(0, 100), (std::vector<Row>{{1}, {4}}));
+}
+
+TEST(QuerySpool, ForgetsTheFillOfACancelledTask) {
+  Scene scene;
+  QuerySpool spool;
+  std::stop_source task;
+  auto const copy = [&](QuerySpool::Writer& writer) {
+    SQLiteStatement result = scene.connection->prepare("SELECT 1");
+    result.step();
+    writer.add(0, result);
+    task.request_stop();
+  };
+  EXPECT_THROW(spool.fill(copy, task.get_token()), TaskCancelled);
+  EXPECT_TRUE(spool.rows(0, 100).empty());
+}
+
+// A page ends with the row with which it comes to 4 MiB ---------------------------------------------
+
+struct PageCase {
+  char const* says;
+  std::int64_t text;  // bytes in each row
+  std::size_t rows;
+};
+
+PageCase const pageCases[] = {
+    {"64 rows of a 64th of 4 MiB", 65'536 - 20, 64},
+    {"the same less one byte each", 65'536 - 21, 65},
+};
+
+TEST(QuerySpool, EndsAPageWithTheRowThatReaches4MiB) {
+  for (PageCase const& page : pageCases) {
+    SCOPED_TRACE(page.says);
+    Scene scene;
+    QuerySpool spool;
+    scene.add(spool,
+              "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 70) SELECT printf('%.*c', " +
+                  std::to_string(page.text) + ", 'x') FROM n");
+    EXPECT_EQ(spool.rows(0, 500).size(), page.rows);
+  }
+}
+
+// Heads --------------------------------------------------------------------------------------------
+
+struct HeadCase {
+  char const* says;
+  char const* sql;
+  std::vector<std::int64_t> heads;  // the length by column, -1 for none
+  std::int64_t taken;               // bytes, without those of the row itself
+};
+
+HeadCase const headCases[] = {
+    {"no large value", "SELECT 1, 'a', NULL, printf('%.*c', 65536, 'x')", {-1, -1, -1, -1}, 0},
+    {"an empty blob", "SELECT x''", {0}, 0},
+    {"a small blob", "SELECT x'010203'", {3}, 3},
+    {"64 KiB", "SELECT zeroblob(65536)", {65'536}, 65'536},
+    {"more than 64 KiB", "SELECT zeroblob(65537)", {65'536}, 65'536},
+    {"a text of more than 64 KiB", "SELECT printf('%.*c', 65537, 'x')", {65'536}, 65'536},
+    {"8 MiB", "SELECT zeroblob(8388608)", {65'536}, 65'536},
+    {"more than 8 MiB", "SELECT zeroblob(8388609), x'01'", {-1, 1}, 1},
+    {"four of 100 KB take all of the row's 256 KiB",
+     "SELECT zeroblob(100000), zeroblob(100000), zeroblob(100000), zeroblob(100000), zeroblob(100000), x''",
+     {65'536, 65'536, 65'536, 65'536, -1, -1},
+     262'144},
+    {"what is left of 256 KiB",
+     "SELECT zeroblob(1), zeroblob(100000), zeroblob(100000), zeroblob(100000), zeroblob(100000), x'0102'",
+     {1, 65'536, 65'536, 65'536, 65'535, -1},
+     262'144},
+};
+
+TEST(QuerySpool, CapturesTheHeadsOfLargeValues) {
+  for (HeadCase const& one : headCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene;
+    QuerySpool spool;
+    std::int64_t taken = 0;
+    std::vector<std::int64_t> sizes;
+    auto const copy = [&](QuerySpool::Writer& writer) {
+      SQLiteStatement result = scene.connection->prepare(one.sql);
+      result.step();
+      for (SQLiteValue const& value : result.row(true)) sizes.push_back(value.memorySize() - 32);
+      taken = writer.add(7, result);
+    };
+    spool.fill(copy, noTask);
+    for (std::size_t column = 0; column < one.heads.size(); ++column) {
+      auto const head = spool.head(7, static_cast<std::int64_t>(column));
+      EXPECT_EQ(head ? std::ssize(head->bytes) : -1, one.heads[column]) << column;
+      if (head) {
+        EXPECT_EQ(head->total, sizes[column]);
+        EXPECT_EQ(head->type, head->bytes.size() > 0 && head->bytes[0] == 'x' ? "text" : "blob");
+      }
+    }
+    std::int64_t const row = taken - one.taken;
+    EXPECT_GT(row, 0);
+    EXPECT_LT(row, 70'000);
+  }
+}
+
+}  // namespace
+}  // namespace tolva

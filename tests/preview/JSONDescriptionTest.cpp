@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "preview/JSONDescription.hpp"
+
+#include <gtest/gtest.h>
+
+#include "platform/JSONReader.hpp"
+
+namespace tolva {
+namespace {
+
+struct DescriptionCase {
+  char const* json;
+  char const* text;
+};
+
+DescriptionCase const descriptions[] = {
+    {"null", "null"},
+    {"true", "true"},
+    {"false", "false"},
+    {R"("a\n\"b\"")", "a\n\"b\""},
+    {R"("")", ""},
+    {"0", "0"},
+    {"-12", "-12"},
+    {"9223372036854775807", "9223372036854775807"},
+    {"5.0", "5"},
+    {"1e3", "1000"},
+    {"0.1", "0.1"},
+    {"0.30000000000000004", "0.30000000000000004"},
+    {"1.50", "1.5"},
+    {"1e-7", "1e-07"},
+    {"9223372036854775808", "9.223372036854776e+18"},
+    {"1e300", "1e+300"},
+    {"1e999", "1e999"},
+    {"[1]", ""},
+    {"{}", ""},
+};
+
+TEST(JSONDescription, ReadsAsAPersonWouldSayIt) {
+  for (DescriptionCase const& description : descriptions) {
+    SCOPED_TRACE(description.json);
+    EXPECT_EQ(jsonDescription(readJSON(description.json)), description.text);
+  }
+}
+
+}  // namespace
+}  // namespace tolva
