@@ -99,6 +99,7 @@ std::size_t graphemeCount(std::string_view text) {
 }
 
 std::string_view firstGraphemes(std::string_view text, std::size_t count) {
+  if (text.size() <= count) return text;  // no character is empty
   GraphemeCursor cursor(text);
   std::size_t size = 0;
   while (count-- > 0) {

@@ -4,10 +4,8 @@
 #include <sqlite3.h>
 
 #include <chrono>
-#include <optional>
 #include <utility>
 
-#include "core/DeadlineInterrupt.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/ProgressDeadline.hpp"
 #include "core/SQLIdentifier.hpp"
@@ -68,10 +66,7 @@ CellHead readCellHead(std::filesystem::path const& database, TableSchema const& 
   sqlite3_limit(handle, SQLITE_LIMIT_LENGTH, mostValueBytes);
   // A column that was dropped meanwhile is an error: its quoted name would else be read, and shown, as a text.
   sqlite3_db_config(handle, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
-  Uptime const deadline = uptime() + readBudget;
-  ProgressDeadline const time(handle, deadline, readPeriod, DeadlineTest::reached, std::move(task));
-  std::optional<DeadlineInterrupt> watch;  // a thread, which most files can do without
-  if (mayHoldLargeValues(handle)) watch.emplace(handle, deadline);
+  ProgressDeadline const time(handle, uptime() + readBudget, readPeriod, DeadlineTest::reached, std::move(task));
   SQLiteStatement statement = connection->prepare(headSQL(schema, column), parameters(identity));
   return onlyRow(statement);
 } catch (DatabaseError const& error) {

@@ -27,7 +27,7 @@ struct CellHead {
 
 /// Reads the head of the cell in `column` of the one row that `identity` names, on a connection of its own.
 ///
-/// Takes at most 3 seconds, and 256 MiB of what SQLite allocates. `cancellation` interrupts it, and so does `task`.
+/// Gives up after 3 seconds, and at 256 MiB of what SQLite allocates. `cancellation` interrupts it, and so does `task`.
 CellHead readCellHead(std::filesystem::path const& database, TableSchema const& schema,
                       std::vector<SQLiteValue> const& identity, std::string const& column,
                       std::shared_ptr<CancellationHandle> cancellation, std::stop_token task);

@@ -34,7 +34,7 @@ class TOLVA_EXPORT CellPreviewService {
   std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
 
   /// Reads the cell anew from the file, by the row's identity, on a connection of its own; without an identity the value
-  /// of `row` is shown. Takes at most 3 seconds.
+  /// of `row` is shown. Gives up reading after 3 seconds.
   CellPreview fetch(std::filesystem::path const& database, TableSchema const& schema, DatabaseRow const& row,
                     std::string const& column, std::stop_token task);
 

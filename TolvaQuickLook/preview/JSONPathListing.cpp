@@ -22,7 +22,6 @@ constexpr std::size_t mostTextCharacters = 256;
 constexpr std::size_t mostPathBytes = 16'384;
 
 std::string cutPath(std::string path) {
-  if (path.size() <= mostPathCharacters && path.size() <= mostPathBytes) return path;
   if (path.size() > mostPathBytes) path.resize(validUTF8Prefix(std::string_view(path).substr(0, mostPathBytes)));
   path.resize(firstGraphemes(path, mostPathCharacters).size());
   return path;

@@ -14,10 +14,19 @@ namespace {
 constexpr std::size_t mostBytes = 262'144;
 constexpr std::size_t mostPrettyBytes = 1'048'576;
 
+/// Whether the reader may see the bytes. Only what begins with a bracket or a quote can hold brackets and yet be JSON, so
+/// most texts need not be scanned to their ends to learn that they are none: the reader stops at once.
+bool isSafe(std::string_view bytes) {
+  auto const first = bytes.find_first_not_of(" \t\n\r");
+  if (first == bytes.npos) return false;
+  bool const mayHoldBrackets = std::string_view("{[\"").find(bytes[first]) != bytes.npos;
+  return !mayHoldBrackets || jsonDepthIsSafe(bytes);
+}
+
 }  // namespace
 
 std::optional<JSONPreview> jsonPreview(std::string_view bytes) try {
-  if (bytes.size() > mostBytes || !jsonDepthIsSafe(bytes)) return std::nullopt;
+  if (bytes.size() > mostBytes || !isSafe(bytes)) return std::nullopt;
   JSONValue const value = readJSON(bytes);
   std::string pretty = writeJSON(value, {.sortedKeys = true, .pretty = true});
   if (pretty.size() > mostPrettyBytes) return std::nullopt;

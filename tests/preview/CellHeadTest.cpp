@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "support/Failure.hpp"
+#include "support/HostileDatabases.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/Sanitizer.hpp"
@@ -16,6 +17,8 @@
 
 namespace tolva {
 namespace {
+
+namespace fs = std::filesystem;
 
 using namespace std::chrono_literals;
 
@@ -27,7 +30,7 @@ TableSchema tableNamedBy(std::vector<std::string> identity, std::string name = "
       .object = {.name = std::move(name), .kind = "table", .sql = ""}, .columns = {}, .identity = std::move(identity)};
 }
 
-CellHead headOf(std::filesystem::path const& database, TableSchema const& schema, Identity const& identity,
+CellHead headOf(fs::path const& database, TableSchema const& schema, Identity const& identity,
                 std::string const& column) {
   return readCellHead(database, schema, identity, column, {}, noTask);
 }
@@ -264,6 +267,34 @@ TEST(CellHead, IsGivenUpWhenTheTaskIs) {
   auto const began = std::chrono::steady_clock::now();
   EXPECT_EQ(failureInEndless({}, task.get_token()).errorDescription(), "Cancelled");
   EXPECT_LT(std::chrono::steady_clock::now() - began, 2s);
+}
+
+struct HostileCase {
+  char const* says;
+  void (*write)(fs::path const& path);
+};
+
+HostileCase const hostileFiles[] = {
+    {"a view of 40 MB", writeLongList},
+    {"one word of 150 MB", writeLongToken},
+    {"an endless schema", writeEndlessSchema},
+    {"entries that share 100 MB", [](fs::path const& path) { writeSharedSQL(path); }},
+    {"entries that share as much as may be read", [](fs::path const& path) { writeSharedSQL(path, 8'000'000, 20); }},
+};
+
+/// Nothing but a failure can come of these, but it comes: the clock is asked every thousand operations of SQLite's
+/// machine, and no operation reads more than 8 MiB.
+TEST(CellHead, IsGivenUpWhateverTheSchemaHolds) {
+  TemporaryFolder const folder;
+  for (HostileCase const& hostile : hostileFiles) {
+    SCOPED_TRACE(hostile.says);
+    hostile.write(folder / "a.db");
+    auto const began = std::chrono::steady_clock::now();
+    EXPECT_GT(failureOf([&] { headOf(folder / "a.db", tableNamedBy({"rowid"}), {1}, "a"); }).code, 0);
+    if (!sanitized) {
+      EXPECT_LT(std::chrono::steady_clock::now() - began, 10s);
+    }
+  }
 }
 
 /// An expression of sixty texts of 8 MB, which are all there at once.

@@ -39,12 +39,6 @@ CellPreviewService& service() {
   return only;
 }
 
-/// A service with them, as they were built.
-CellPreviewService& serviceWithHelpers() {
-  static CellPreviewService only;
-  return only;
-}
-
 CellPreview cached(SQLiteValue const& value) { return service().cached(value, noTask); }
 
 // Values in memory ---------------------------------------------------------------------------------
@@ -311,7 +305,14 @@ TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
       "7");
 }
 
+#ifdef TOLVA_HELPERS
 // Pictures -----------------------------------------------------------------------------------------
+
+/// A service with the programs, as they were built.
+CellPreviewService& serviceWithHelpers() {
+  static CellPreviewService only{PreviewHelpers(TOLVA_HELPERS)};
+  return only;
+}
 
 TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
   TOLVA_NEEDS_CORPORA();
@@ -325,6 +326,7 @@ TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
   auto const total = static_cast<std::int64_t>(picture.size()) + 1;
   EXPECT_FALSE(serviceWithHelpers().previewBytes("blob", total, bytesOf(picture), noTask).thumbnailPNG);
 }
+#endif
 
 // Saving -------------------------------------------------------------------------------------------
 

@@ -54,11 +54,11 @@ void writeEndlessSchema(std::filesystem::path const& path) {
   pages.write(path);
 }
 
-void writeSharedSQL(std::filesystem::path const& path) {
+void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes, std::size_t times) {
   SchemaPages pages;
   std::string const cell =
-      pages.cell({.type = "view", .name = "v", .table = "v", .sql = "create" + std::string(100'000'000, ' ')});
-  pages.append(pages.leaf({cell}), 300);
+      pages.cell({.type = "view", .name = "v", .table = "v", .sql = "create" + std::string(bytes, ' ')});
+  pages.append(pages.interior(std::vector(times, pages.leaf({cell}))), 300);
   pages.write(path);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 
 namespace tolva {
@@ -20,8 +21,8 @@ void writeMultiplyingViews(std::filesystem::path const& path);
 /// A schema of 10^24 entries, each of which SQLite accepts, in 13 pages.
 void writeEndlessSchema(std::filesystem::path const& path);
 
-/// 300 entries that share one SQL text of 100 MB, which is nothing but blanks.
-void writeSharedSQL(std::filesystem::path const& path);
+/// 300 entries, `times` over, that share one SQL text of so many bytes, which is nothing but blanks.
+void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes = 100'000'000, std::size_t times = 1);
 
 /// 14,000 entries of as many kinds, each a text of 62 KB: 7 MB, since the kinds share most of their pages.
 void writeManyKinds(std::filesystem::path const& path);
