@@ -104,6 +104,62 @@ TEST(PreviewHelpers, ShowEveryGoodPNGAndNoCorruptOne) {
   EXPECT_EQ(corrupt, 14);
 }
 
+/// A JPEG picture whose upper half is 0x808080 and whose lower half 0xe4e4e4, both sides multiples of 16.
+Bytes twoHalvesJPEG(unsigned width, unsigned height, std::uint8_t orientation) {
+  Bytes jpeg = {0xff, 0xd8};
+  auto const segment = [&](std::uint8_t marker, Bytes const& data) {
+    std::size_t const length = data.size() + 2;
+    jpeg.insert(jpeg.end(), {0xff, marker, static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length)});
+    jpeg.insert(jpeg.end(), data.begin(), data.end());
+  };
+  segment(0xe1, {'E',  'x',  'i', 'f', 0, 0, 'M', 'M', 0, 42,          0, 0, 0, 8, 0, 1,
+                 0x01, 0x12, 0,   3,   0, 0, 0,   1,   0, orientation, 0, 0, 0, 0, 0, 0});
+  Bytes steps(65, 8);  // a step of 8, so that a block's mean is its number and 128
+  steps[0] = 0;
+  segment(0xdb, steps);
+  segment(0xc0, {8, static_cast<std::uint8_t>(height >> 8), static_cast<std::uint8_t>(height),
+                 static_cast<std::uint8_t>(width >> 8), static_cast<std::uint8_t>(width), 1, 1, 0x11, 0});
+  // Codes of differences: "0" for none, "10" for one of seven bits. Of the rest: "0" for the block's end.
+  segment(0xc4, {0x00, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  segment(0xc4, {0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  segment(0xda, {1, 1, 0x00, 0, 63, 0});
+  std::size_t const half = std::size_t{width} / 8 * (height / 8) / 2;
+  std::string bits(2 * half, '0');
+  bits += "1011001000" + std::string(2 * (half - 1), '0');  // 100 more, and all blocks after it alike
+  while (bits.size() % 8 != 0) bits += '1';
+  for (std::size_t at = 0; at < bits.size(); at += 8) {
+    jpeg.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(at, 8), nullptr, 2)));
+  }
+  jpeg.insert(jpeg.end(), {0xff, 0xd9});
+  return jpeg;
+}
+
+TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
+  struct {
+    unsigned width, height;
+    std::uint8_t orientation;
+    PixelSize size;
+    bool lighterBelow, lighterOnTheLeft;
+  } const cases[] = {{512, 256, 1, {512, 256}, true, false},     {2048, 1024, 1, {1024, 512}, true, false},
+                     {4096, 1024, 1, {1024, 256}, true, false},  {8192, 4096, 3, {1024, 512}, false, false},
+                     {2048, 1024, 6, {512, 1024}, false, true},  {4000, 3008, 6, {770, 1024}, false, true},
+                     {8192, 4096, 8, {512, 1024}, false, false}, {16'384, 2048, 6, {128, 1024}, false, true}};
+  for (auto const& one : cases) {
+    SCOPED_TRACE(one.width * 10 + one.orientation);
+    auto const png = thumbnail(twoHalvesJPEG(one.width, one.height, one.orientation));
+    ASSERT_TRUE(png);
+    TestPicture const picture(*png);
+    EXPECT_EQ((PixelSize{picture.width, picture.height}), one.size);
+    bool const upright = one.orientation < 5;
+    unsigned const dark = 0x808080, light = 0xe4e4e4;
+    bool const lighterFirst = upright ? !one.lighterBelow : one.lighterOnTheLeft;
+    EXPECT_EQ(picture.at(2, 2), lighterFirst ? light : dark);
+    EXPECT_EQ(picture.at(picture.width - 3, picture.height - 3), lighterFirst ? dark : light);
+  }
+  EXPECT_FALSE(thumbnail(twoHalvesJPEG(16'400, 16, 1)));
+  EXPECT_FALSE(thumbnail(twoHalvesJPEG(20'000, 112, 6)));
+}
+
 TEST(PreviewHelpers, TurnPicturesUpright) {
   TOLVA_NEEDS_CORPORA();
   std::optional<TestPicture> first;
