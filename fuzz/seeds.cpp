@@ -66,6 +66,26 @@ int main(int count, char** arguments) {
   writeText(root / "query-script", "trigger", std::string_view("\24\2\26\27\0\1\2\23\1\0", 10));
   writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
   writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+  writeText(root / "picture", "gif",
+            std::string_view("GIF89a\1\0\1\0\x80\0\0\xff\0\0\xff\xff\xff,\0\0\0\0\1\0\1\0\0\2\2\x44\1\0;", 35));
+  writeText(
+      root / "picture", "tiff",
+      std::string_view("II*\0\10\0\0\0\6\0\0\1\3\0\1\0\0\0\2\0\0\0\1\1\3\0\1\0\0\0\1\0\0\0\2\1\3\0\1\0\0\0\10\0\0\0"
+                       "\6\1\3\0\1\0\0\0\1\0\0\0\21\1\4\0\1\0\0\0\10\0\0\0\27\1\4\0\1\0\0\0\2\0\0\0\0\0\0\0",
+                       86));
+  writeText(
+      root / "document", "page",
+      "%PDF-1.7\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
+      "3 0 obj<</Type/Page/Parent 2 0 R/MediaBox[0 0 90 60]/CropBox[9 9 80 50]/Rotate 90/Contents 4 0 R"
+      "/Resources<</Font<</F<</Type/Font/Subtype/Type1/BaseFont/Helvetica>>>>>>>>endobj\n4 0 obj<</Length 54>>stream\n"
+      "1 0 0 rg 0 0 40 30 re f BT /F 20 Tf 5 5 Td (ab) Tj ET \nendstream endobj\ntrailer<</Root 1 0 R>>\n");
+  writeText(root / "helper-answer", "locked",
+            std::string_view("tolvapdf\1\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 33));
+  constexpr std::string_view png(
+      "\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\0\1\0\0\0\1\10\2\0\0\0....\0\0\0\1IDATx....\0\0\0\0IEND....", 58);
+  writeText(root / "helper-answer", "png", png);
+  writeText(root / "helper-answer", "page",
+            std::string("tolvapdf\0\1\0\0\0\0\0\0\0\0\0\0\0\0\0\xf0\x3f\0\0\0\0\0\0\xf0\x3f", 33).append(png));
   path const modules = root / "virtual-module";
   writeText(modules, "plain", "CREATE VIRTUAL TABLE t USING fts5(x)");
   writeText(modules, "longest", "create virtual table if not exists main . \"a\"\"b\" using [FTS4] /* c */ (x, y)");

@@ -32,7 +32,7 @@ path installedFolder() {
   if (own.empty()) return {};
   // Beside an installed library, and beside one that was just built.
   for (char const* place : {TOLVA_HELPERS_FROM_LIBRARY, "TolvaQuickLook/preview/helpers"}) {
-    path const folder = (own / place).lexically_normal();
+    path folder = (own / place).lexically_normal();
     std::error_code unknown;
     if (std::filesystem::exists(folder / "tolva-image-helper", unknown)) return folder;
   }

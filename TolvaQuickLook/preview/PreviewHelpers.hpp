@@ -14,7 +14,8 @@ namespace tolva {
 /// Decodes pictures and PDF pages, which is dangerous, in programs of their own: confined, bounded, killed after three
 /// seconds. Whatever goes wrong there, and a helper that is not installed, is no answer and no failure.
 ///
-/// Any thread; each call starts a process and blocks until it has ended.
+/// Any thread; each call starts a process and blocks until it has ended. In a program that ignores SIGCHLD, or reaps
+/// children that it does not know, how a helper ended cannot be told, so that there is never an answer.
 class TOLVA_EXPORT PreviewHelpers {
  public:
   /// The helpers of this installation, or those of the build folder when run from there.

@@ -37,6 +37,7 @@ class Installation(unittest.TestCase):
         made, cls.prefix = cls.folder / 'made', cls.folder / 'moved to'
         run('cmake', '--install', cls.build, '--prefix', made)
         made.rename(cls.prefix)
+        cls.helpers = 'TOLVA_BUILD_HELPERS:BOOL=ON' in (cls.build / 'CMakeCache.txt').read_text(encoding='utf-8')
         cls.libraries = next(cls.prefix.rglob('libtolva.so')).parent
         cls.database = cls.folder / 'Sales.db'
         connection = sqlite3.connect(cls.database)
@@ -74,11 +75,20 @@ class Installation(unittest.TestCase):
         self.assertEqual([header.removeprefix('include/') for header in self.installed('include')],
                          sorted(path.relative_to(public).as_posix() for path in public.rglob('*.hpp')))
 
+    def test_the_helpers_lie_where_programs_lie_that_nobody_calls(self):
+        self.assertEqual(self.installed('libexec'),
+                         ['libexec/tolva/tolva-image-helper', 'libexec/tolva/tolva-pdf-helper'] if self.helpers else [])
+
     # The library ------------------------------------------------------------------------------
 
     def test_the_library_bears_its_version(self):
         self.assertEqual(os.readlink(self.libraries / 'libtolva.so'), 'libtolva.so.0')
         self.assertIn('Library soname: [libtolva.so.0]', run('readelf', '-dW', self.libraries / 'libtolva.so'))
+
+    def test_the_library_links_no_decoder_of_pictures_or_documents(self):
+        needed = re.findall(r'NEEDED.*\[(.*?)\]', run('readelf', '-dW', self.libraries / 'libtolva.so'))
+        self.assertIn('libc.so.6', needed)
+        self.assertEqual([name for name in needed if re.match('lib(vips|poppler|png|heif|jpeg|seccomp)', name)], [])
 
     def test_the_library_shows_its_own_names_alone(self):
         table = run('nm', '--dynamic', '--defined-only', '--demangle', '--format=posix', self.libraries / 'libtolva.so')
@@ -92,7 +102,7 @@ class Installation(unittest.TestCase):
         cache = (self.build / 'CMakeCache.txt').read_text(encoding='utf-8')
         if 'CMAKE_BUILD_TYPE:STRING=Release' not in cache:
             self.skipTest('this is no release build')
-        for file in [self.libraries / 'libtolva.so', *(self.prefix / 'bin').iterdir()]:
+        for file in [self.libraries / 'libtolva.so', *(self.prefix / 'bin').iterdir(), *(self.prefix / 'libexec/tolva').glob('*')]:
             with self.subTest(file.name):
                 said = run('readelf', '--wide', '--file-header', '--program-headers', '--dynamic', '--symbols', file)
                 self.assertRegex(said, r'Type: +DYN ')
@@ -135,6 +145,28 @@ class Installation(unittest.TestCase):
         said = run(program, self.database, 'customers', 'city', 'Gra',
                    env={**os.environ, 'LD_LIBRARY_PATH': str(self.libraries)})
         self.assertEqual(said, '40\n')
+
+    def test_the_library_finds_its_helpers_wherever_the_program_lies(self):
+        if not self.helpers:
+            self.skipTest('this build has no helpers')
+        program, picture = self.folder / 'thumbnail', self.folder / 'picture.gif'
+        picture.write_bytes(bytes.fromhex('47494638396101000100800000ff0000ffffff2c00000000010001000002024401003b'))
+        run('c++', *STRICT, TREE / 'tests/package/thumbnail.cpp', '-o', program, '-I', self.prefix / 'include',
+            '-I', self.prefix / 'include/tolva', '-L', self.libraries, '-ltolva', '-Wl,--allow-shlib-undefined')
+
+        def thumbnail(libraries):
+            return subprocess.run([program, picture], capture_output=True, cwd='/', check=False,
+                                  env={**os.environ, 'LD_LIBRARY_PATH': str(libraries)})
+        for libraries in (self.libraries, self.build.resolve()):
+            with self.subTest(libraries):
+                self.assertEqual(thumbnail(libraries).stdout[:8], b'\x89PNG\r\n\x1a\n')
+        helpers, elsewhere = self.prefix / 'libexec/tolva', self.prefix / 'libexec/elsewhere'
+        helpers.rename(elsewhere)
+        try:
+            without = thumbnail(self.libraries)
+            self.assertEqual((without.returncode, without.stdout, without.stderr), (1, b'', b''))
+        finally:
+            elsewhere.rename(helpers)
 
 
 if __name__ == '__main__':

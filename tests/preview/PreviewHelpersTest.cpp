@@ -80,6 +80,31 @@ TEST(PreviewHelpers, MakeNothingOfWhatIsNoPicture) {
   }
 }
 
+TEST(PreviewHelpers, ShowAPictureWhoseDecoderIsAPlugin) {
+  // An AVIF of 64 x 32 pixels, all of them red.
+  std::string_view const digits =
+      "0000001c667479706176696600000000617669666d6966316d6961660000012b6d657461000000000000002168646c720000000000000000"
+      "70696374000000000000000000000000000000000e7069746d00000000000100000034696c6f630000000044400002000100000000014f00"
+      "010000000000000020000200000000016f000100000000000000be0000003869696e6600000000000200000015696e666502000000000100"
+      "00617630310000000015696e6665020000010002000045786966000000006a697072700000004b6970636f00000013636f6c726e636c7800"
+      "0200020006800000000c6176314381000c000000001469737065000000000000004000000020000000107069786900000000030808080000"
+      "001769706d610000000000000001000104818203840000001a69726566000000000000000e63647363000200010001000000e66d64617412"
+      "000a0918153fff2408081a1032111800000040000b3cfe7a5c01598026bd200000000645786966000049492a000800000006001201030001"
+      "000000010000001a01050001000000560000001b010500010000005e00000028010300010000000200000013020300010000000100000069"
+      "87040001000000660000000000000038630000e803000038630000e803000006000090070004000000303231300191070004000000010203"
+      "0000a00700040000003031303001a0030001000000ffff000002a00400010000004000000003a00400010000002000000000000000";
+  Bytes avif;
+  for (std::size_t at = 0; at < digits.size(); at += 2) {
+    avif.push_back(static_cast<std::uint8_t>(std::stoi(std::string(digits.substr(at, 2)), nullptr, 16)));
+  }
+  auto const png = thumbnail(avif);
+  ASSERT_TRUE(png);
+  TestPicture const picture(*png);
+  EXPECT_EQ((PixelSize{picture.width, picture.height}), (PixelSize{64, 32}));
+  EXPECT_GT(picture.at(32, 16), 0xf00000u);
+  EXPECT_FALSE(thumbnail(Bytes(avif.begin(), avif.end() - 200))) << "cut short";
+}
+
 TEST(PreviewHelpers, ShowThePicturesOfEveryFormatTheyKnow) {
   TOLVA_NEEDS_CORPORA();
   for (char const* suffix : {".gif", ".jpg", ".webp", ".tiff", ".tif"}) {
@@ -102,6 +127,62 @@ TEST(PreviewHelpers, ShowEveryGoodPNGAndNoCorruptOne) {
     EXPECT_EQ(thumbnail(bytesOf(contents(file))).has_value(), good);
   }
   EXPECT_EQ(corrupt, 14);
+}
+
+/// A JPEG picture whose upper half is 0x808080 and whose lower half 0xe4e4e4, both sides multiples of 16.
+Bytes twoHalvesJPEG(unsigned width, unsigned height, std::uint8_t orientation) {
+  Bytes jpeg = {0xff, 0xd8};
+  auto const segment = [&](std::uint8_t marker, Bytes const& data) {
+    std::size_t const length = data.size() + 2;
+    jpeg.insert(jpeg.end(), {0xff, marker, static_cast<std::uint8_t>(length >> 8), static_cast<std::uint8_t>(length)});
+    jpeg.insert(jpeg.end(), data.begin(), data.end());
+  };
+  segment(0xe1, {'E',  'x',  'i', 'f', 0, 0, 'M', 'M', 0, 42,          0, 0, 0, 8, 0, 1,
+                 0x01, 0x12, 0,   3,   0, 0, 0,   1,   0, orientation, 0, 0, 0, 0, 0, 0});
+  Bytes steps(65, 8);  // a step of 8, so that a block's mean is its number and 128
+  steps[0] = 0;
+  segment(0xdb, steps);
+  segment(0xc0, {8, static_cast<std::uint8_t>(height >> 8), static_cast<std::uint8_t>(height),
+                 static_cast<std::uint8_t>(width >> 8), static_cast<std::uint8_t>(width), 1, 1, 0x11, 0});
+  // Codes of differences: "0" for none, "10" for one of seven bits. Of the rest: "0" for the block's end.
+  segment(0xc4, {0x00, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  segment(0xc4, {0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  segment(0xda, {1, 1, 0x00, 0, 63, 0});
+  std::size_t const half = std::size_t{width} / 8 * (height / 8) / 2;
+  std::string bits(2 * half, '0');
+  bits += "1011001000" + std::string(2 * (half - 1), '0');  // 100 more, and all blocks after it alike
+  while (bits.size() % 8 != 0) bits += '1';
+  for (std::size_t at = 0; at < bits.size(); at += 8) {
+    jpeg.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(at, 8), nullptr, 2)));
+  }
+  jpeg.insert(jpeg.end(), {0xff, 0xd9});
+  return jpeg;
+}
+
+TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
+  struct {
+    unsigned width, height;
+    std::uint8_t orientation;
+    PixelSize size;
+    bool lighterBelow, lighterOnTheLeft;
+  } const cases[] = {{512, 256, 1, {512, 256}, true, false},     {2048, 1024, 1, {1024, 512}, true, false},
+                     {4096, 1024, 1, {1024, 256}, true, false},  {8192, 4096, 3, {1024, 512}, false, false},
+                     {2048, 1024, 6, {512, 1024}, false, true},  {4000, 3008, 6, {770, 1024}, false, true},
+                     {8192, 4096, 8, {512, 1024}, false, false}, {16'384, 2048, 6, {128, 1024}, false, true}};
+  for (auto const& one : cases) {
+    SCOPED_TRACE(one.width * 10 + one.orientation);
+    auto const png = thumbnail(twoHalvesJPEG(one.width, one.height, one.orientation));
+    ASSERT_TRUE(png);
+    TestPicture const picture(*png);
+    EXPECT_EQ((PixelSize{picture.width, picture.height}), one.size);
+    bool const upright = one.orientation < 5;
+    unsigned const dark = 0x808080, light = 0xe4e4e4;
+    bool const lighterFirst = upright ? !one.lighterBelow : one.lighterOnTheLeft;
+    EXPECT_EQ(picture.at(2, 2), lighterFirst ? light : dark);
+    EXPECT_EQ(picture.at(picture.width - 3, picture.height - 3), lighterFirst ? dark : light);
+  }
+  EXPECT_FALSE(thumbnail(twoHalvesJPEG(16'400, 16, 1)));
+  EXPECT_FALSE(thumbnail(twoHalvesJPEG(20'000, 112, 6)));
 }
 
 TEST(PreviewHelpers, TurnPicturesUpright) {

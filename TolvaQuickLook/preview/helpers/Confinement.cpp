@@ -101,10 +101,10 @@ class Filter {
     for (int const call : calls) add(action, call);
   }
 
-  /// One action where all of `bits` in an argument are as in `wanted`, which is one bit or none of them; else another.
-  void choose(int call, unsigned argument, std::uint64_t bits, unsigned unset, unsigned set) {
-    add(unset, call, scmp_arg_cmp{argument, SCMP_CMP_MASKED_EQ, bits, 0});
-    add(set, call, scmp_arg_cmp{argument, SCMP_CMP_MASKED_EQ, bits, bits});
+  /// One action where `bit` is not set in an argument, another where it is.
+  void choose(int call, unsigned argument, std::uint64_t bit, unsigned unset, unsigned set) {
+    add(unset, call, scmp_arg_cmp{argument, SCMP_CMP_MASKED_EQ, bit, 0});
+    add(set, call, scmp_arg_cmp{argument, SCMP_CMP_MASKED_EQ, bit, bit});
   }
 
   bool load() { return !failed_ && seccomp_load(context_.get()) == 0; }

@@ -9,7 +9,7 @@
 namespace tolva {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr std::string_view pageMagic = "tolvapdf";
 

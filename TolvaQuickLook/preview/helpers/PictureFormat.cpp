@@ -7,7 +7,7 @@
 namespace tolva {
 namespace {
 
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 struct Magic {
   std::size_t offset;
