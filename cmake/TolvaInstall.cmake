@@ -35,6 +35,9 @@ if(TARGET tolva-quicklook-thumbnailer)
   install(FILES "${PROJECT_SOURCE_DIR}/TolvaQuickLook/extension/tolva-quicklook.thumbnailer"
     DESTINATION "${CMAKE_INSTALL_DATADIR}/thumbnailers" COMPONENT Commands)
 endif()
+if(TOLVA_BUILD_HELPERS)
+  install(TARGETS tolva-image-helper tolva-pdf-helper RUNTIME DESTINATION "${CMAKE_INSTALL_LIBEXECDIR}/tolva" COMPONENT Helpers)
+endif()
 
 install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" "${PROJECT_SOURCE_DIR}/README.md" "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Library)

@@ -38,7 +38,9 @@ set(TOLVA_PUBLIC_HEADERS
   platform/ThreadSafety.hpp
   platform/Turn.hpp
   platform/UUID.hpp
-  platform/Uptime.hpp)
+  platform/Uptime.hpp
+  preview/PDFFirstPage.hpp
+  preview/PreviewHelpers.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
 set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")

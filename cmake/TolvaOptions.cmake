@@ -17,31 +17,39 @@ if(TOLVA_CCACHE)
   set(CMAKE_CXX_COMPILER_LAUNCHER "${TOLVA_CCACHE}")
 endif()
 
-add_library(tolva_options INTERFACE)
-target_compile_features(tolva_options INTERFACE cxx_std_20)
-target_compile_options(tolva_options INTERFACE
+add_library(tolva_warnings INTERFACE)
+target_compile_features(tolva_warnings INTERFACE cxx_std_20)
+target_compile_options(tolva_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast
   -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough
   -Wno-missing-field-initializers)  # fields that a designated initializer leaves out have their defaults
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-  target_compile_options(tolva_options INTERFACE -Wthread-safety -Wshadow)
+  target_compile_options(tolva_warnings INTERFACE -Wthread-safety -Wshadow)
 else()
-  target_compile_options(tolva_options INTERFACE -Wduplicated-cond -Wlogical-op -Wshadow=local -Wuseless-cast
+  target_compile_options(tolva_warnings INTERFACE -Wduplicated-cond -Wlogical-op -Wshadow=local -Wuseless-cast
     -Wno-restrict)  # g++ 12 warns of overlaps in the sum of two strings that cannot be: https://gcc.gnu.org/PR105651
 endif()
 
-target_compile_definitions(tolva_options INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+target_compile_definitions(tolva_warnings INTERFACE $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 
+# For programs that are never instrumented, whatever the others are.
+add_library(tolva_plain_options INTERFACE)
+target_link_libraries(tolva_plain_options INTERFACE tolva_warnings)
+target_compile_options(tolva_plain_options INTERFACE
+  $<$<CONFIG:Release>:-fstack-protector-strong;-fstack-clash-protection;-fcf-protection>
+  $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+target_link_options(tolva_plain_options INTERFACE
+  -Wl,--as-needed $<$<CONFIG:Release>:-Wl,-z,relro,-z,now,-z,noexecstack>)
+
+add_library(tolva_options INTERFACE)
 if(TOLVA_SANITIZE)
+  target_link_libraries(tolva_options INTERFACE tolva_warnings)
   target_compile_options(tolva_options INTERFACE -fsanitize=${TOLVA_SANITIZE} -fno-sanitize-recover=all
                          -fno-omit-frame-pointer -O1)
-  target_link_options(tolva_options INTERFACE -fsanitize=${TOLVA_SANITIZE})
+  target_link_options(tolva_options INTERFACE -Wl,--as-needed -fsanitize=${TOLVA_SANITIZE})
 else()
-  target_compile_options(tolva_options INTERFACE
-    $<$<CONFIG:Release>:-fstack-protector-strong;-fstack-clash-protection;-fcf-protection>
-    $<$<CONFIG:Release>:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>)
+  target_link_libraries(tolva_options INTERFACE tolva_plain_options)
 endif()
-target_link_options(tolva_options INTERFACE -Wl,--as-needed $<$<CONFIG:Release>:-Wl,-z,relro,-z,now,-z,noexecstack>)
 
 if(TOLVA_COVERAGE)
   target_compile_options(tolva_options INTERFACE --coverage)

@@ -1,24 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <stop_token>
 
 #include "platform/Bytes.hpp"
 #include "platform/Export.hpp"
+#include "preview/PDFFirstPage.hpp"
 
 namespace tolva {
-
-/// What `PreviewHelpers::firstPage` says of a PDF document.
-struct PDFFirstPage {
-  bool locked = false;         // encrypted, and no empty password opens it: nothing else is known
-  std::int64_t pageCount = 0;  // 0: the document has no pages
-  double width = 0;            // of the first page's media box, in points
-  double height = 0;
-  std::optional<Bytes> png;  // absent where the size is outside what is drawn
-};
 
 /// Decodes pictures and PDF pages, which is dangerous, in programs of their own: confined, bounded, killed after three
 /// seconds. Whatever goes wrong there, and a helper that is not installed, is no answer and no failure.
@@ -29,8 +20,8 @@ class TOLVA_EXPORT PreviewHelpers {
   /// The helpers of this installation, or those of the build folder when run from there.
   PreviewHelpers();
 
-  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`.
-  explicit PreviewHelpers(std::filesystem::path folder);
+  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`; an empty path is no folder, so there are none.
+  explicit PreviewHelpers(std::filesystem::path const& folder);
 
   /// The picture as a PNG of at most 1024 pixels a side, upright. None for what is no picture of a known format, or is
   /// over 16,384 pixels a side or 40,000,000 in all. Throws `TaskCancelled`.

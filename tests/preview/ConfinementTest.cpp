@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "preview/helpers/Confinement.hpp"
+
+#include <gtest/gtest.h>
+#include <linux/landlock.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <string>
+
+#include "platform/ChildProcess.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/Unprivileged.hpp"
+
+namespace tolva {
+namespace {
+
+/// What a confined program says of one deed: "done", "refused EACCES", "(killed by signal 31)".
+std::string outcomeOf(std::string const& deed, std::string const& files = "none",
+                      std::filesystem::path const& program = TOLVA_CONFINED) {
+  ChildProcess child(program, {files, deed});
+  child.closeInput();
+  std::string said;
+  std::array<std::uint8_t, 256> piece;
+  for (;;) {
+    pollfd waited{child.output(), POLLIN, 0};
+    ::poll(&waited, 1, -1);
+    auto const got = child.read(piece);
+    if (!got) break;
+    said.append(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(*got));
+  }
+  int const status = child.wait().value_or(-1000);
+  if (status < 0) return said + "(killed by signal " + std::to_string(-status) + ")";
+  return status == 0 ? said : said + "(left with " + std::to_string(status) + ")";
+}
+
+bool kernelHasLandlock() {
+  return ::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) > 0;
+}
+
+struct DeedCase {
+  char const* deed;
+  char const* outcome;
+};
+
+constexpr char killed[] = "(killed by signal 31)";  // SIGSYS
+
+constexpr DeedCase deeds[] = {
+    {"work", "done"},
+    {"map-1-gib", "refused ENOMEM"},
+    {"open-passwd", "refused EACCES"},
+    {"open-fonts", "refused EACCES"},
+    {"create-file", "refused EACCES"},
+    {"openat2", killed},
+    {"unlink", "refused EACCES"},
+    {"read-leaked-descriptor", "refused EBADF"},
+    {"socket", "refused EACCES"},
+    {"socketpair", killed},
+    {"fork", killed},
+    {"vfork", killed},
+    {"clone3", "refused ENOSYS"},
+    {"exec", killed},
+    {"ptrace", killed},
+    {"read-parents-memory", killed},
+    {"kill", killed},
+    {"signal-another", killed},
+    {"signal-by-descriptor", killed},
+    {"map-executable", "refused EACCES"},
+    {"make-executable", "refused EACCES"},
+    {"memfd", killed},
+    {"io-uring", killed},
+    {"unshare", killed},
+    {"mount", killed},
+    {"chroot", killed},
+    {"become-root", killed},
+    {"bpf", killed},
+    {"raise-limit", "refused EACCES"},
+    {"ioctl", "refused EACCES"},
+#if defined(__x86_64__)
+    {"other-abi", killed},
+#endif
+};
+
+TEST(Confinement, LeavesADecoderItsWorkAndNothingElse) {
+  for (DeedCase const& deed : deeds) {
+    SCOPED_TRACE(deed.deed);
+    EXPECT_EQ(outcomeOf(deed.deed), deed.outcome);
+  }
+}
+
+TEST(Confinement, HoldsForAnyUser) {
+  TemporaryFolder folder;
+  std::filesystem::copy_file(TOLVA_CONFINED, folder / "confined");
+  folder.openToEverybody();
+  std::string expected;
+  for (DeedCase const& deed : deeds) expected += deed.outcome;
+  EXPECT_EQ(asUnprivileged([&] {
+              std::string all;
+              for (DeedCase const& deed : deeds) all += outcomeOf(deed.deed, "none", folder / "confined");
+              return all;
+            }),
+            expected);
+}
+
+TEST(Confinement, LetsTheFontsBeReadWhereTheKernelCanTellThemFromOtherFiles) {
+  EXPECT_EQ(outcomeOf("open-fonts", "fonts"), kernelHasLandlock() ? "done" : "refused EACCES");
+  EXPECT_EQ(outcomeOf("open-passwd", "fonts"), "refused EACCES");
+  EXPECT_EQ(outcomeOf("open-fonts-writing", "fonts"), "refused EACCES");
+  EXPECT_EQ(outcomeOf("create-file", "fonts"), "refused EACCES");
+  EXPECT_EQ(outcomeOf("signal-by-descriptor", "fonts"), killed);
+}
+
+TEST(Confinement, EndsWhatComputesForThreeSeconds) { EXPECT_EQ(outcomeOf("spin"), "(killed by signal 9)"); }
+
+}  // namespace
+}  // namespace tolva

@@ -1,0 +1,358 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "preview/PreviewHelpers.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include "platform/TaskCancellation.hpp"
+#include "platform/Uptime.hpp"
+#include "preview/TestPNG.hpp"
+#include "preview/helpers/HelperAnswer.hpp"
+#include "support/Corpora.hpp"
+#include "support/Descriptors.hpp"
+#include "support/NoTask.hpp"
+#include "support/TemporaryFolder.hpp"
+#include "support/Unprivileged.hpp"
+
+namespace tolva {
+namespace {
+
+using namespace std::chrono_literals;
+
+PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
+
+Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
+
+std::optional<Bytes> thumbnail(Bytes const& picture) { return helpers.thumbnail(picture, noTask); }
+
+/// A document of one page: its entries, and what is drawn.
+std::string documentOf(std::string const& page, std::string const& drawing) {
+  return "%PDF-1.7\n1 0 obj<</Type/Catalog/Pages 2 0 R>>endobj\n2 0 obj<</Type/Pages/Kids[3 0 R]/Count 1>>endobj\n"
+         "3 0 obj<</Type/Page/Parent 2 0 R/Contents 4 0 R" +
+         page + ">>endobj\n4 0 obj<</Length " + std::to_string(drawing.size()) + ">>stream\n" + drawing +
+         "\nendstream endobj\ntrailer<</Root 1 0 R>>\n";
+}
+
+std::optional<PDFFirstPage> firstPage(std::string const& document) {
+  return helpers.firstPage(bytesOf(document), noTask);
+}
+
+constexpr unsigned red = 0xff0000;
+constexpr unsigned white = 0xffffff;
+
+// Pictures ----------------------------------------------------------------------------------------
+
+TEST(PreviewHelpers, MakeAPictureSmallerAndNeverLarger) {
+  struct {
+    unsigned width, height, thenWide, thenHigh;
+  } const cases[] = {
+      {1, 1, 1, 1}, {1024, 1024, 1024, 1024}, {1025, 10, 1024, 10}, {4000, 2000, 1024, 512}, {10, 16'384, 1, 1024}};
+  for (auto const& one : cases) {
+    SCOPED_TRACE(one.width);
+    auto const png = thumbnail(greyPNG(one.width, one.height));
+    ASSERT_TRUE(png);
+    EXPECT_EQ(HelperAnswer::thumbnailSize(*png), (PixelSize{one.thenWide, one.thenHigh}));
+    EXPECT_EQ(TestPicture(*png).at(0, 0), 0x808080u);
+  }
+}
+
+TEST(PreviewHelpers, RefuseAPictureByTheSizeItAnnounces) {
+  EXPECT_TRUE(thumbnail(greyPNG(16'384, 100)));
+  EXPECT_FALSE(thumbnail(greyPNG(16'385, 100)));
+  EXPECT_FALSE(thumbnail(greyPNG(20'000, 100)));
+  EXPECT_FALSE(thumbnail(greyPNG(100, 16'385)));
+  EXPECT_TRUE(thumbnail(greyPNG(8000, 5000))) << "40,000,000 pixels";
+  EXPECT_FALSE(thumbnail(greyPNG(8001, 5000)));
+}
+
+TEST(PreviewHelpers, MakeNothingOfWhatIsNoPicture) {
+  for (char const* text : {"", "a", "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>", "%PDF-1.7",
+                           "P3 1 1 255 1 2 3", "\x89PNG\r\n\x1a\n", "GIF89a", "\xff\xd8\xff\xd9"}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(thumbnail(bytesOf(text)));
+  }
+}
+
+TEST(PreviewHelpers, ShowThePicturesOfEveryFormatTheyKnow) {
+  TOLVA_NEEDS_CORPORA();
+  for (char const* suffix : {".gif", ".jpg", ".webp", ".tiff", ".tif"}) {
+    for (auto const& file : corpusFiles("image-good", suffix)) {
+      SCOPED_TRACE(file);
+      EXPECT_TRUE(thumbnail(bytesOf(contents(file))));
+    }
+  }
+}
+
+TEST(PreviewHelpers, ShowEveryGoodPNGAndNoCorruptOne) {
+  TOLVA_NEEDS_CORPORA();
+  int corrupt = 0;
+  for (auto const& file : corpusFiles("png-suite", ".png")) {
+    SCOPED_TRACE(file);
+    bool const good = !file.filename().string().starts_with("x");
+    corrupt += good ? 0 : 1;
+    if (file.filename() == "xcsn0g01.png")
+      continue;  // a checksum of pixels is wrong, and they can be shown all the same
+    EXPECT_EQ(thumbnail(bytesOf(contents(file))).has_value(), good);
+  }
+  EXPECT_EQ(corrupt, 14);
+}
+
+TEST(PreviewHelpers, TurnPicturesUpright) {
+  TOLVA_NEEDS_CORPORA();
+  std::optional<TestPicture> first;
+  for (int orientation = 1; orientation <= 8; ++orientation) {
+    SCOPED_TRACE(orientation);
+    auto const png =
+        thumbnail(bytesOf(contents(corpusFile("image-exif/Portrait_" + std::to_string(orientation) + ".jpg"))));
+    ASSERT_TRUE(png);
+    TestPicture const picture(*png);
+    if (!first) first = picture;
+    ASSERT_EQ(picture.width, first->width);
+    ASSERT_EQ(picture.height, first->height);
+    EXPECT_LT(picture.width, picture.height);
+    // The eight were compressed each for itself, so they are alike and not equal; turned, they differ by ten times this.
+    long apart = 0;
+    for (std::size_t i = 0; i < picture.pixels.size(); ++i) apart += std::abs(picture.pixels[i] - first->pixels[i]);
+    EXPECT_LT(static_cast<double>(apart) / static_cast<double>(picture.pixels.size()), 4);
+  }
+}
+
+// Documents ---------------------------------------------------------------------------------------
+
+TEST(PreviewHelpers, TellWhatADocumentIsAndDrawItsFirstPage) {
+  auto const page = firstPage(documentOf("/MediaBox[0 0 2048 1024]", "1 0 0 rg 0 0 1024 512 re f"));
+  ASSERT_TRUE(page);
+  EXPECT_FALSE(page->locked);
+  EXPECT_EQ(page->pageCount, 1);
+  EXPECT_EQ(page->width, 2048);
+  EXPECT_EQ(page->height, 1024);
+  TestPicture const picture(page->png.value());
+  EXPECT_EQ(picture.width, 1024u);
+  EXPECT_EQ(picture.height, 512u);
+  EXPECT_EQ(picture.at(10, 500), red) << "the origin is the lower left corner";
+  EXPECT_EQ(picture.at(10, 10), white);
+  EXPECT_EQ(picture.at(1000, 500), white);
+}
+
+TEST(PreviewHelpers, DrawTheMediaBoxHoweverThePageIsCroppedAndTurned) {
+  struct Spot {
+    unsigned x, y, colour;
+  };
+  std::string const leftLower = "1 0 0 rg 0 0 50 50 re f";
+  struct {
+    char const* says;
+    std::string page;
+    std::string drawing;
+    std::vector<Spot> spots;
+  } const cases[] = {
+      {"plain", "", leftLower, {{25, 75, red}, {25, 25, white}, {75, 75, white}}},
+      {"cropped",
+       "/CropBox[50 0 200 100]",
+       "1 0 0 rg 0 0 200 100 re f",
+       {{25, 50, white}, {45, 50, white}, {55, 50, red}, {195, 95, red}}},
+      {"cropped above",
+       "/CropBox[0 0 200 60]",
+       "1 0 0 rg 0 0 200 100 re f",
+       {{100, 35, white}, {100, 45, red}, {100, 95, red}}},
+      {"turned, so that it is drawn half as large",
+       "/Rotate 90",
+       leftLower,
+       {{80, 10, red}, {80, 60, white}, {120, 10, white}, {40, 10, white}}},
+      {"upside down", "/Rotate 180", leftLower, {{175, 25, red}, {25, 75, white}}},
+      {"turned the other way", "/Rotate 270", leftLower, {{120, 90, red}, {80, 90, white}, {120, 40, white}}},
+      {"turned and cropped",
+       "/Rotate 90/CropBox[0 50 200 100]",
+       "1 0 0 rg 0 0 200 100 re f",
+       {{80, 50, white}, {120, 50, red}, {120, 5, red}, {120, 95, red}}},
+  };
+  for (auto const& one : cases) {
+    SCOPED_TRACE(one.says);
+    auto const page = firstPage(documentOf("/MediaBox[0 0 200 100]" + one.page, one.drawing));
+    ASSERT_TRUE(page && page->png);
+    TestPicture const picture(*page->png);
+    ASSERT_EQ(picture.width, 200u);
+    ASSERT_EQ(picture.height, 100u);
+    for (Spot const& spot : one.spots) EXPECT_EQ(picture.at(spot.x, spot.y), spot.colour) << spot.x << ", " << spot.y;
+  }
+  auto const elsewhere = firstPage(documentOf("/MediaBox[100 100 300 200]", "1 0 0 rg 100 100 50 50 re f"));
+  ASSERT_TRUE(elsewhere && elsewhere->png);
+  EXPECT_EQ(TestPicture(*elsewhere->png).at(25, 75), red) << "a box that does not begin at the origin";
+}
+
+TEST(PreviewHelpers, DrawText) {
+  auto const page = firstPage(
+      documentOf("/MediaBox[0 0 200 100]/Resources<</Font<</F<</Type/Font/Subtype/Type1/BaseFont/Helvetica>>>>>>",
+                 "BT /F 80 Tf 10 20 Td (MMM) Tj ET"));
+  ASSERT_TRUE(page && page->png);
+  TestPicture const picture(*page->png);
+  long dark = 0;
+  for (std::uint8_t const sample : picture.pixels) dark += sample < 64 ? 1 : 0;
+  EXPECT_GT(dark, 1000) << "the fonts of the system can be read";
+}
+
+TEST(PreviewHelpers, DrawNoPageBeyondTheLimits) {
+  auto const largest = firstPage(documentOf("/MediaBox[0 0 16384 1]", ""));
+  ASSERT_TRUE(largest);
+  EXPECT_TRUE(largest->png);
+  auto const larger = firstPage(documentOf("/MediaBox[0 0 16385 100]", ""));
+  ASSERT_TRUE(larger);
+  EXPECT_EQ(larger->width, 16385);
+  EXPECT_EQ(larger->height, 100);
+  EXPECT_EQ(larger->pageCount, 1);
+  EXPECT_FALSE(larger->png);
+}
+
+TEST(PreviewHelpers, MakeNothingOfWhatIsNoDocument) {
+  for (char const* text : {"", "%PDF-", "%PDF-1.7\ntrailer<<>>\n", "text"}) {
+    SCOPED_TRACE(text);
+    EXPECT_FALSE(firstPage(text));
+  }
+  EXPECT_FALSE(firstPage(documentOf("/MediaBox[0 0 9 9]", std::string(PreviewLimits::mostDocument, ' '))))
+      << "too large";
+}
+
+TEST(PreviewHelpers, TellOfRealDocumentsWhatAnotherProgramTells) {
+  TOLVA_NEEDS_CORPORA();
+  std::istringstream manifest(contents(corpusFile("pdf-qpdf/MANIFEST.tsv")));
+  std::string line;
+  std::getline(manifest, line);
+  int documents = 0;
+  while (std::getline(manifest, line)) {
+    SCOPED_TRACE(line);
+    std::istringstream fields(line);
+    std::string file, size, begins, encryption, pages;
+    for (std::string* field : {&file, &size, &begins, &encryption, &pages}) std::getline(fields, *field, '\t');
+    auto const page = firstPage(contents(corpusFile("pdf-qpdf/" + file)));
+    ++documents;
+    if (encryption == "encrypted, password needed") {
+      EXPECT_EQ(page, PDFFirstPage{.locked = true});
+    } else if (pages == "error" || pages == "0") {
+      EXPECT_TRUE(!page || page->pageCount == 0 || page->png) << "repaired, and then drawn";
+    } else {
+      ASSERT_TRUE(page);
+      EXPECT_FALSE(page->locked);
+      EXPECT_EQ(page->pageCount, std::stoll(pages));
+      EXPECT_TRUE(page->png);
+    }
+  }
+  EXPECT_GT(documents, 50);
+}
+
+TEST(PreviewHelpers, EndADocumentThatWouldTakeMinutes) {
+  std::string fills = "/G gs\n";
+  while (fills.size() < 200'000) fills += "0 0 9999 9999 re f\n";
+  auto const begun = uptime();
+  EXPECT_FALSE(
+      firstPage(documentOf("/MediaBox[0 0 1024 1024]/Resources<</ExtGState<</G<</ca .5/BM/Luminosity>>>>>>", fills)));
+  EXPECT_GT(uptime() - begun, 2500ms) << "it was no trouble after all";
+  EXPECT_LT(uptime() - begun, 30s);
+}
+
+// Helpers that are not there, and bad ones ----------------------------------------------------------
+
+TEST(PreviewHelpers, WorkForAnyUser) {
+  TemporaryFolder folder;
+  for (char const* name : {"tolva-image-helper", "tolva-pdf-helper"}) {
+    std::filesystem::copy_file(std::filesystem::path(TOLVA_HELPERS) / name, folder / name);
+  }
+  folder.openToEverybody();
+  EXPECT_EQ(asUnprivileged([&] {
+              PreviewHelpers const open(folder.path());
+              bool const picture = open.thumbnail(greyPNG(9, 9), noTask).has_value();
+              auto const page = open.firstPage(bytesOf(documentOf("/MediaBox[0 0 9 9]", "")), noTask);
+              return std::string(picture ? "picture " : "") + (page && page->png ? "page" : "");
+            }),
+            "picture page");
+}
+
+/// A folder with a script under both helpers' names.
+class BadHelpers : public testing::Test {
+ protected:
+  PreviewHelpers running(std::string const& script) const {
+    for (char const* name : {"tolva-image-helper", "tolva-pdf-helper"}) {
+      ::chmod(folder_.write(name, "#!/bin/sh\n" + script + "\n").c_str(), 0755);
+    }
+    return PreviewHelpers(folder_.path());
+  }
+
+  TemporaryFolder const folder_;
+  Bytes const picture_ = greyPNG(9, 9);
+  Bytes const document_ = bytesOf(documentOf("/MediaBox[0 0 9 9]", ""));
+};
+
+TEST_F(BadHelpers, AnswerWhenTheyDoAsTheyShould) {
+  std::ofstream(folder_ / "png", std::ios::binary)
+      .write(reinterpret_cast<char const*>(picture_.data()), static_cast<long>(picture_.size()));
+  EXPECT_EQ(running("cat >/dev/null; exec cat '" + (folder_ / "png").string() + "'").thumbnail(picture_, noTask),
+            picture_);
+}
+
+TEST_F(BadHelpers, AreNoAnswer) {
+  folder_.write("locked", [] {
+    Bytes const answer = HelperAnswer::encode({.locked = true});
+    return std::string(answer.begin(), answer.end());
+  }());
+  std::string const good = "cat '" + (folder_ / "locked").string() + "'";
+  ASSERT_TRUE(running(good).firstPage(document_, noTask)) << "or the cases below prove nothing";
+  std::string const scripts[] = {
+      "exit 0",
+      "exit 1",
+      "kill -SEGV $$",
+      "echo garbage",
+      "exec cat /dev/urandom",
+      "cat; echo more",
+      good + "; exit 1",
+      good + "; kill -KILL $$",
+      good + "; " + good,
+      "exec <&-; exit 0",
+      good + "; exec <&- >&-; exec sleep 60",
+      "exec sleep 60",
+  };
+  long const descriptors = openDescriptors();
+  for (std::string const& script : scripts) {
+    SCOPED_TRACE(script);
+    auto const begun = uptime();
+    EXPECT_FALSE(running(script).thumbnail(picture_, noTask));
+    EXPECT_FALSE(running(script).firstPage(document_, noTask));
+    EXPECT_LT(uptime() - begun, 30s);
+    EXPECT_EQ(openDescriptors(), descriptors);
+  }
+}
+
+TEST_F(BadHelpers, AreNoAnswerWhenTheyAreMissing) {
+  for (PreviewHelpers const& absent : {PreviewHelpers(folder_ / "nowhere"), PreviewHelpers(std::filesystem::path())}) {
+    EXPECT_FALSE(absent.thumbnail(picture_, noTask));
+    EXPECT_FALSE(absent.firstPage(document_, noTask));
+  }
+}
+
+TEST_F(BadHelpers, EndWithTheTask) {
+  std::stop_source source;
+  auto const hanging = running("exec sleep 60");
+  std::jthread const canceller([&] {
+    std::this_thread::sleep_for(100ms);
+    source.request_stop();
+  });
+  EXPECT_THROW(hanging.thumbnail(picture_, source.get_token()), TaskCancelled);
+  EXPECT_THROW(hanging.firstPage(document_, source.get_token()), TaskCancelled);
+  EXPECT_THROW(hanging.thumbnail({}, source.get_token()), TaskCancelled);
+}
+
+TEST_F(BadHelpers, AreNotStartedForWhatNoHelperDecodes) {
+  auto const telling = running("touch '" + (folder_ / "started").string() + "'");
+  EXPECT_FALSE(telling.thumbnail(bytesOf("plain text"), noTask));
+  EXPECT_FALSE(telling.firstPage(Bytes(PreviewLimits::mostDocument + 1), noTask));
+  EXPECT_EQ(folder_.read("started"), "(no started)");
+  EXPECT_FALSE(telling.thumbnail(picture_, noTask));
+  EXPECT_EQ(folder_.read("started"), "");
+}
+
+}  // namespace
+}  // namespace tolva

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+// usage: confined none|fonts DEED
+//
+// Confines itself as the helpers do, with no files or with the fonts to read, then tries one deed and tells what came of
+// it: "done", or "refused" and why. Of a deed that ends the process nothing is told.
+
+#include <fcntl.h>
+#include <linux/bpf.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "preview/helpers/Confinement.hpp"
+
+namespace {
+
+int leaked = -1;
+char scratch[4096];
+
+long openReading(char const* path) { return ::open(path, O_RDONLY); }
+
+long workAsADecoderDoes() {
+  std::vector<char> memory(100 << 20, 'x');
+  long sum = 0;
+  std::thread([&] {
+    for (char const c : memory) sum += c;
+  }).join();
+  return sum > 0 ? 0 : -1;
+}
+
+long spin() {
+  std::atomic<unsigned> turns = 0;
+  while (++turns != 0 || turns == 0) {
+  }
+  return 0;
+}
+
+long mapped(std::size_t size, int protection) {
+  void* const at = ::mmap(nullptr, size, protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return at == MAP_FAILED ? -1 : 0;
+}
+
+long makeExecutable() {
+  void* const at = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  return ::mprotect(at, 4096, PROT_READ | PROT_EXEC);
+}
+
+long execute() {
+  char name[] = "true";
+  char* const arguments[] = {name, nullptr};
+  return ::execve("/bin/true", arguments, nullptr);
+}
+
+long raiseLimit() {
+  rlimit const more{1u << 30, 1u << 30};
+  return ::setrlimit(RLIMIT_FSIZE, &more);
+}
+
+struct Deed {
+  char const* name;
+  long (*attempt)();
+};
+
+constexpr Deed deeds[] = {
+    {"work", workAsADecoderDoes},
+    {"spin", spin},
+    {"map-1-gib", [] { return mapped(1u << 30, PROT_READ | PROT_WRITE); }},
+    {"open-passwd", [] { return openReading("/etc/passwd"); }},
+    {"open-fonts", [] { return openReading("/etc/fonts/fonts.conf"); }},
+    {"open-fonts-writing", [] { return long{::open("/etc/fonts/fonts.conf", O_RDWR)}; }},
+    {"create-file", [] { return long{::open("/tmp/tolva-confined", O_WRONLY | O_CREAT, 0600)}; }},
+    {"openat2", [] { return ::syscall(SYS_openat2, AT_FDCWD, "/etc/passwd", nullptr, 0); }},
+    {"unlink", [] { return long{::unlink("/tmp/tolva-confined")}; }},
+    {"read-leaked-descriptor", [] { return ::read(leaked, scratch, sizeof scratch); }},
+    {"socket", [] { return long{::socket(AF_INET, SOCK_STREAM, 0)}; }},
+    {"socketpair", [] { return long{::socketpair(AF_UNIX, SOCK_STREAM, 0, reinterpret_cast<int*>(scratch))}; }},
+    {"fork", [] { return long{::fork()}; }},
+    {"vfork", [] { return ::syscall(SYS_vfork); }},
+    {"clone3", [] { return ::syscall(SYS_clone3, nullptr, 0); }},
+    {"exec", execute},
+    {"ptrace", [] { return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); }},
+    {"read-parents-memory",
+     [] {
+       iovec const here{scratch, 1};
+       return long{::process_vm_readv(::getppid(), &here, 1, &here, 1, 0)};
+     }},
+    {"kill", [] { return long{::kill(::getppid(), 0)}; }},
+    {"signal-another", [] { return ::syscall(SYS_tgkill, 1, 1, 0); }},
+    {"signal-by-descriptor", [] { return long{::fcntl(0, F_SETOWN, ::getppid())}; }},
+    {"map-executable", [] { return mapped(4096, PROT_READ | PROT_WRITE | PROT_EXEC); }},
+    {"make-executable", makeExecutable},
+    {"memfd", [] { return long{::memfd_create("x", 0)}; }},
+    {"io-uring", [] { return ::syscall(SYS_io_uring_setup, 1, scratch); }},
+    {"unshare", [] { return long{::unshare(CLONE_NEWUSER)}; }},
+    {"mount", [] { return long{::mount("none", "/tmp", "tmpfs", 0, nullptr)}; }},
+    {"chroot", [] { return long{::chroot("/tmp")}; }},
+    {"become-root", [] { return long{::setuid(0)}; }},
+    {"bpf", [] { return ::syscall(SYS_bpf, BPF_MAP_CREATE, scratch, sizeof(bpf_attr)); }},
+    {"raise-limit", raiseLimit},
+    {"ioctl", [] { return ::syscall(SYS_ioctl, 0, 0x5412 /* TIOCSTI */, scratch); }},
+    {"other-abi", [] { return ::syscall(0x40000000 | SYS_getpid); }},
+};
+
+int say(std::string const& text) { return ::write(STDOUT_FILENO, text.data(), text.size()) > 0 ? 0 : 1; }
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 3) return 2;
+  leaked = ::open("/etc/passwd", O_RDONLY);
+  constexpr char const* fonts[] = {"/etc/fonts", "/nonexistent"};
+  bool const confined = arguments[1] == std::string("fonts") ? tolva::confine(fonts) : tolva::confine({});
+  if (!confined) return 70;
+  for (Deed const& deed : deeds) {
+    if (arguments[2] != std::string(deed.name)) continue;
+    long const result = deed.attempt();
+    _exit(say(result >= 0 ? "done" : std::string("refused ") + strerrorname_np(errno)));
+  }
+  return 2;
+}
