@@ -65,7 +65,7 @@ std::optional<StructuredCellPreview::Text> StructuredCellPreview::text(Bytes con
   if (mayDeclare(xml)) return {};
   XMLOutline outline(std::move(task));
   if (!outline.parse(xml)) return {};
-  if (outline.root() == "plist") {
+  if (outline.isPropertyList()) {
     if (auto list = asPropertyList(outline.plain())) return list;
   }
   return Text{"XML Outline", outline.text()};
