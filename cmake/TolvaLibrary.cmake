@@ -45,11 +45,14 @@ set(TOLVA_PUBLIC_HEADERS
   platform/Turn.hpp
   platform/UUID.hpp
   platform/Uptime.hpp
+  preview/CellInterpretation.hpp
   preview/CellPreview.hpp
   preview/CellPreviewService.hpp
   preview/PDFFirstPage.hpp
+  preview/PluginInspectorDate.hpp
   preview/PreviewHelpers.hpp
-  preview/PreviewTreeNode.hpp)
+  preview/PreviewTreeNode.hpp
+  preview/StructuredCellPreview.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
 set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")

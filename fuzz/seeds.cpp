@@ -46,26 +46,35 @@ void writeDatabases(path const& folder) {
   writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
 }
 
-}  // namespace
+/// Documents and values in the forms that a cell's preview reads.
+void writePreviews(path const& root) {
+  path const readings = root / "interpretation";
+  writeText(readings, "uuid", "0123ABCD-ef01-2345-6789-abcdefabcdef");
+  writeText(readings, "date", "2024-02-29");
+  writeText(readings, "timestamp", "2024-02-29T23:59:59.123456789+14:59");
+  writeText(readings, "number", "-62135596800");
+  path const trees = root / "preview-tree";
+  writeText(trees, "object", R"({"b":[1,2.5,{"c":null}],"a":{"\u00e9":"text"},"d":[[[[[[[]]]]]]]})");
+  writeText(trees, "supplied", R"([{"id":"1","label":"a","value":"b","children":[{"id":"2","label":"","value":""}]}])");
+  path const lists = root / "property-list";
+  std::string const trailer(6, '\0');
+  auto const numbers = [](char objects, char table) {
+    return std::string(7, '\0') + objects + std::string(8, '\0') + std::string(7, '\0') + table;
+  };
+  writeText(lists, "dictionary",
+            std::string("bplist00\xD2\1\2\3\4\x51k\x51l\x22\x3F\xC0\0\0\xA2\3\3\x08\x0D\x0F\x11\x16", 30) + trailer +
+                "\1\1" + numbers(5, 25));
+  writeText(lists, "long",
+            std::string("bplist00\xAF\x10\1\1\x5F\x11\0\2ab\x08\x0C", 20) + trailer + "\1\1" + numbers(2, 18));
+  path const documents = root / "xml";
+  writeText(documents, "outline",
+            "<?xml version='1.0'?><!-- c --><a b='1' c=\"&lt;\">x<b/><![CDATA[<y>]]>&#65;<?p?></a>");
+  writeText(documents, "list",
+            "<plist><dict><key>k</key><array><real>1.5</real><data>AAEC</data></array></dict></plist>");
+  writeText(documents, "declared", "<!DOCTYPE a [<!ENTITY e 'x'>]><a>&e;</a>");
+}
 
-int main(int count, char** arguments) {
-  if (count != 2) return 2;
-  path const root = arguments[1];
-  writeDatabases(root / "database");
-  writeText(root / "browse", "filters", std::string_view("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20));
-  writeText(root / "browse", "sorted", std::string_view("\2\0\1\0\3\0", 6));
-  writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
-  writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
-  writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
-  path const previews = root / "json-preview";
-  writeText(previews, "object", R"({"b":[1,2.5,{"c":"\u00e9\/\n"}],"a":{"b":""},"a":null})");
-  writeText(previews, "levels", std::string(63, '[') + "{\"\\\"\":0}" + std::string(63, ']'));
-  writeText(previews, "strings", R"( ["[","\"","\\",1e-7,18446744073709551615,true] )");
-  writeText(root / "query-script", "two", std::string_view("\0\1\2\0\1", 5));
-  writeText(root / "query-script", "comments", std::string_view("\0\1\5\17\6\4\17\3\0\1\5\17", 12));
-  writeText(root / "query-script", "trigger", std::string_view("\24\2\26\27\0\1\2\23\1\0", 10));
-  writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
-  writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+void writeHelperInput(path const& root) {
   writeText(root / "picture", "gif",
             std::string_view("GIF89a\1\0\1\0\x80\0\0\xff\0\0\xff\xff\xff,\0\0\0\0\1\0\1\0\0\2\2\x44\1\0;", 35));
   writeText(
@@ -86,6 +95,30 @@ int main(int count, char** arguments) {
   writeText(root / "helper-answer", "png", png);
   writeText(root / "helper-answer", "page",
             std::string("tolvapdf\0\1\0\0\0\0\0\0\0\0\0\0\0\0\0\xf0\x3f\0\0\0\0\0\0\xf0\x3f", 33).append(png));
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) return 2;
+  path const root = arguments[1];
+  writeDatabases(root / "database");
+  writeText(root / "browse", "filters", std::string_view("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20));
+  writeText(root / "browse", "sorted", std::string_view("\2\0\1\0\3\0", 6));
+  writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
+  writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
+  writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");
+  path const previews = root / "json-preview";
+  writeText(previews, "object", R"({"b":[1,2.5,{"c":"\u00e9\/\n"}],"a":{"b":""},"a":null})");
+  writeText(previews, "levels", std::string(63, '[') + "{\"\\\"\":0}" + std::string(63, ']'));
+  writeText(previews, "strings", R"( ["[","\"","\\",1e-7,18446744073709551615,true] )");
+  writeText(root / "query-script", "two", std::string_view("\0\1\2\0\1", 5));
+  writeText(root / "query-script", "comments", std::string_view("\0\1\5\17\6\4\17\3\0\1\5\17", 12));
+  writeText(root / "query-script", "trigger", std::string_view("\24\2\26\27\0\1\2\23\1\0", 10));
+  writeText(root / "text", "mixed", "a\u00e9\u4e2d\U0001F600\r\n\xff\xc3\xed\xa0\x80 ");
+  writeText(root / "text", "number", std::string_view("\x9a\x99\x99\x99\x99\x99\xb9\x3f", 8));
+  writeHelperInput(root);
+  writePreviews(root);
   path const modules = root / "virtual-module";
   writeText(modules, "plain", "CREATE VIRTUAL TABLE t USING fts5(x)");
   writeText(modules, "longest", "create virtual table if not exists main . \"a\"\"b\" using [FTS4] /* c */ (x, y)");

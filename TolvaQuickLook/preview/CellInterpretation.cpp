@@ -102,8 +102,7 @@ std::optional<std::string> describeTimestamp(std::string_view text) {
   return "ISO timestamp interpreted in UTC\n" + timestamp(*day + *clock + *fraction - *offset, hasFraction);
 }
 
-/// A number in the form "0", "-12", "345": at most 15 digits and no zero in front, and so below 2^53, where every
-/// program that keeps times as doubles still tells one second from the next.
+/// A number in the form "0", "-12", "345": at most 15 digits, which a double holds exactly, and no zero in front.
 std::optional<std::int64_t> plainInteger(std::string_view text) {
   auto const digits = text.substr(text.starts_with('-') ? 1 : 0);
   if (digits.empty() || digits.size() > 15 || digitCount(digits) != digits.size()) return {};
@@ -112,20 +111,21 @@ std::optional<std::int64_t> plainInteger(std::string_view text) {
 }
 
 /// A line for a time between the years 1 and 9999.
-void addReading(std::string& lines, std::string_view unit, std::chrono::milliseconds since1970) {
+void addReading(std::string& lines, std::string_view label, std::chrono::milliseconds since1970) {
   constexpr std::chrono::milliseconds first = -62'135'596'800s;
   constexpr std::chrono::milliseconds last = 253'402'300'799s;
   if (since1970 < first || since1970 > last) return;
   if (!lines.empty()) lines += '\n';
-  lines += fmt::format("As Unix {}: {}", unit, timestamp(Milliseconds(since1970), /*fraction=*/true));
+  lines += label;
+  lines += timestamp(Milliseconds(since1970), /*fraction=*/true);
 }
 
 std::optional<std::string> describeNumber(std::string_view text) {
   auto const number = plainInteger(text);
   if (!number) return {};
   std::string lines;
-  addReading(lines, "seconds", std::chrono::seconds(*number));
-  addReading(lines, "milliseconds", std::chrono::milliseconds(*number));
+  addReading(lines, "As Unix seconds: ", std::chrono::seconds(*number));
+  addReading(lines, "As Unix milliseconds: ", std::chrono::milliseconds(*number));
   if (lines.empty()) return {};
   return "Numeric interpretation — units are unknown; neither is assumed.\n" + lines;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/StructuredCellPreview.hpp"
 
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <string_view>
 #include <utility>
@@ -8,6 +10,7 @@
 #include "platform/ASCIICase.hpp"
 #include "platform/Trim.hpp"
 #include "platform/UTF8.hpp"
+#include "preview/PreviewHelpers.hpp"
 #include "preview/PropertyListXML.hpp"
 #include "preview/SafeBinaryPropertyList.hpp"
 #include "preview/XMLOutline.hpp"
@@ -15,7 +18,12 @@
 namespace tolva {
 namespace {
 
-constexpr std::size_t mostBytes = 65'536;
+constexpr std::size_t mostTextBytes = 65'536;
+constexpr std::size_t mostDocumentBytes = 262'144;
+constexpr char const* documentTooLarge =
+    "PDF preview is limited to complete values up to 256 KiB. Save Bytes preserves the original document.";
+
+std::string_view viewOf(Bytes const& bytes) { return {reinterpret_cast<char const*>(bytes.data()), bytes.size()}; }
 
 /// The one declaration that is known to define no entity.
 constexpr std::string_view propertyListDeclaration =
@@ -23,8 +31,8 @@ constexpr std::string_view propertyListDeclaration =
 
 std::string withoutKnownDeclaration(std::string_view xml) {
   std::string rest(xml);
-  if (auto const at = rest.find(propertyListDeclaration); at != rest.npos)
-    rest.erase(at, propertyListDeclaration.size());
+  auto const at = rest.find(propertyListDeclaration);
+  if (at != rest.npos) rest.erase(at, propertyListDeclaration.size());
   return rest;
 }
 
@@ -43,23 +51,37 @@ std::optional<StructuredCellPreview::Text> asPropertyList(std::string_view check
   return StructuredCellPreview::Text{"Property List", *std::move(xml)};
 }
 
+StructuredCellPreview::PDF summaryAlone(std::string summary) { return {.summary = std::move(summary)}; }
+
 }  // namespace
 
 std::optional<StructuredCellPreview::Text> StructuredCellPreview::text(Bytes const& bytes, std::stop_token task) {
-  if (bytes.size() > mostBytes) return {};
-  std::string_view const whole(reinterpret_cast<char const*>(bytes.data()), bytes.size());
+  if (bytes.size() > mostTextBytes) return {};
+  auto const whole = viewOf(bytes);
   if (whole.starts_with("bplist00")) return isSafeBinaryPropertyList(bytes) ? asPropertyList(whole) : std::nullopt;
 
-  auto const trimmedText = trimmed(whole);
-  if (!trimmedText.starts_with('<') || !isValidUTF8(trimmedText)) return {};
-  std::string const xml = withoutKnownDeclaration(trimmedText);
+  if (!isValidUTF8(whole) || !trimmed(whole).starts_with('<')) return {};
+  std::string const xml = withoutKnownDeclaration(trimmed(whole));
   if (mayDeclare(xml)) return {};
   XMLOutline outline(std::move(task));
   if (!outline.parse(xml)) return {};
-  if (outline.root() == "plist") {
+  if (outline.isPropertyList()) {
     if (auto list = asPropertyList(outline.plain())) return list;
   }
   return Text{"XML Outline", outline.text()};
+}
+
+StructuredCellPreview::PDF StructuredCellPreview::pdf(Bytes const& bytes, PreviewHelpers const& helpers,
+                                                      std::stop_token task) {
+  if (!viewOf(bytes).starts_with("%PDF-")) return {};
+  if (bytes.size() > mostDocumentBytes) return summaryAlone(documentTooLarge);
+  auto page = helpers.firstPage(bytes, std::move(task));
+  if (!page) return {};
+  if (page->locked) return summaryAlone("Encrypted PDF. Preview unavailable; original bytes remain available.");
+  if (page->pageCount < 1) return {};
+  if (!page->png) return summaryAlone("PDF page dimensions exceed preview limits.");
+  return {std::move(page->png),
+          fmt::format("PDF · First page of {}. Static preview; links and scripts are not executed.", page->pageCount)};
 }
 
 }  // namespace tolva

@@ -28,8 +28,8 @@ struct TOLVA_EXPORT StructuredCellPreview {
     bool operator==(PDF const&) const = default;
   };
 
-  /// None for more than 65,536 bytes, for XML with any declaration that could define an entity, and when `task` is
-  /// cancelled.
+  /// None for more than 65,536 bytes, for XML with any declaration that could define an entity, and for XML once `task`
+  /// is cancelled.
   static std::optional<Text> text(Bytes const& bytes, std::stop_token task);
 
   /// Both absent for what is no PDF document. Throws `TaskCancelled`.

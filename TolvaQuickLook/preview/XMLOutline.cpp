@@ -120,8 +120,11 @@ void XMLOutline::start(std::string_view name, std::vector<Attribute> attributes)
   std::ranges::sort(attributes);
   std::string line = "<" + std::string(name);
   for (auto const& [attribute, value] : attributes) line += fmt::format(" {}={}", attribute, quoted(value));
-  addLine(depth_ - 1, line += '>');
-  if (isPropertyList()) plain_ += fmt::format("<{}>", name);
+  line += '>';
+  addLine(depth_ - 1, line);
+  if (!claimsPropertyList()) return;
+  plain_ += fmt::format("<{}>", name);
+  grammar_.start(name);
 }
 
 void XMLOutline::characters(std::string_view text) {
@@ -134,13 +137,18 @@ void XMLOutline::end(std::string_view name) {
   if (failed_) return;
   --depth_;
   addLine(depth_, fmt::format("</{}>", name));
-  if (isPropertyList()) plain_ += fmt::format("</{}>", name);
+  if (!claimsPropertyList()) return;
+  plain_ += fmt::format("</{}>", name);
+  grammar_.end();
 }
 
 void XMLOutline::flush() {
   auto const text = trimmed(pending_);
   if (!text.empty()) addLine(depth_, text);
-  if (isPropertyList()) appendText(plain_, pending_);
+  if (claimsPropertyList()) {
+    appendText(plain_, pending_);
+    grammar_.text(pending_);
+  }
   pending_.clear();
 }
 

@@ -4,12 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <stop_token>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "preview/PropertyListGrammar.hpp"
 
 struct XML_ParserStruct;  // expat.h stays in the .cpp file
 
@@ -35,8 +36,11 @@ class XMLOutline {
   /// Every tag and every text on a line of its own, two blanks a level, the attributes sorted by name.
   std::string text() const;
 
-  /// The document once more as nothing but bare tags and text, for a reader that is easily misled by attributes, comments
-  /// and instructions about where an element begins. Only of a document whose root is "plist"; empty otherwise.
+  /// Whether the document is an XML property list to the letter.
+  bool isPropertyList() const { return claimsPropertyList() && grammar_.isSound(); }
+
+  /// A property list once more as nothing but bare tags and text, for a reader that attributes, comments and instructions
+  /// easily mislead about where an element begins.
   std::string const& plain() const { return plain_; }
 
  private:
@@ -50,7 +54,7 @@ class XMLOutline {
   void flush();
   void addLine(std::int64_t level, std::string_view line);
   void fail();
-  bool isPropertyList() const { return root_ == "plist"; }
+  bool claimsPropertyList() const { return root_ == "plist"; }
 
   std::stop_token const task_;
   XML_ParserStruct* parser_ = nullptr;  // while `parse` runs
@@ -62,6 +66,7 @@ class XMLOutline {
   std::vector<std::string> lines_;
   std::string pending_;  // text that has no line yet
   std::string plain_;
+  PropertyListGrammar grammar_;
 };
 
 }  // namespace tolva
