@@ -11,12 +11,15 @@ namespace {
 constexpr std::size_t mostCompiled = 64;  // one operation rarely has more than a few; each takes some kilobytes
 
 /// Fails with "no such column" unless the table has them all. A name behind its table's is never read as a string.
+///
+/// Preparing alone asks only the schema that the connection remembers. The step compares it with the file's, and reads
+/// that anew if another process has changed it; from then on the transaction keeps it as it is.
 void requireColumns(SQLiteConnection& connection, std::string const& table, std::span<std::string const> names) {
   std::string sql = "SELECT ";
   for (std::string const& name : names) {
     sql += (&name == names.data() ? "" : ",") + quoteIdentifier(table) + "." + quoteIdentifier(name);
   }
-  connection.prepare(sql + " FROM " + quoteIdentifier(table));
+  connection.prepare(sql + " FROM " + quoteIdentifier(table) + " LIMIT 0").step();
 }
 
 }  // namespace
@@ -40,8 +43,8 @@ void PreparedStatements::run(std::string const& sql, std::span<std::string const
 }
 
 SQLiteStatement& PreparedStatements::compile(std::string const& sql, std::span<std::string const> names) {
-  SQLiteStatement statement(connection_.shared_from_this(), sql);
   requireColumns(connection_, table_, names);
+  SQLiteStatement statement(connection_.shared_from_this(), sql);
   if (compiled_.size() == mostCompiled) compiled_.clear();
   return compiled_.emplace(sql, std::move(statement)).first->second;
 }

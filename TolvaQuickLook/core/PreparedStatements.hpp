@@ -11,8 +11,8 @@
 
 namespace tolva {
 
-/// The guarded statements of one operation on one table, each compiled once for its text. Lives in a turn, and ends
-/// before the transaction does.
+/// The guarded statements of one operation on one table, each compiled once for its text, against the schema that the
+/// file has then. Lives in a turn and in a write transaction, which keeps that schema, and ends before it.
 class PreparedStatements {
  public:
   PreparedStatements(SQLiteConnection& connection, std::string const& table) : connection_(connection), table_(table) {}

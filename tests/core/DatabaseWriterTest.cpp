@@ -191,9 +191,10 @@ TEST(DatabaseWriter, RunsOneGuardedStatementForARow) {
       statements,
       (std::vector<std::string>{
           "PRAGMA foreign_keys = ON", "BEGIN IMMEDIATE",
+          R"(SELECT "t"."l","t"."k","t"."b","t"."a","t"."b" FROM "t" LIMIT 0)",
           R"(UPDATE "t" SET "b" = 'new',"a" = 1.5,"b" = 'newer' WHERE "l" IS x'00' AND "k" IS 'k' AND "b" IS NULL)"
           R"( AND "a" IS 1 AND "b" IS NULL RETURNING "l","k")",
-          "COMMIT", "BEGIN IMMEDIATE",
+          "COMMIT", "BEGIN IMMEDIATE", R"(SELECT "t"."l","t"."k","t"."a","t"."k","t"."b","t"."c" FROM "t" LIMIT 0)",
           R"(DELETE FROM "t" WHERE "l" IS x'00' AND "k" IS 'k' AND "a" IS 1.5 AND "k" IS 'k' AND "b" IS 'newer')"
           R"( AND "c" IS 'newer')",
           "COMMIT", R"(INSERT INTO "t" ("k","l") VALUES (2,1))"}));
@@ -484,6 +485,36 @@ TEST(DatabaseWriter, TakesNoGoneColumnForAString) {
                     "\"b\" IS ?]",
                     1));
   EXPECT_EQ(scene.content(), "other|x|c");
+}
+
+/// A connection goes on with the schema that it remembers until it runs a statement.
+TEST(DatabaseWriter, TakesNoGoneColumnForAStringAlsoWhereItKnowsTheOldSchema) {
+  std::string const table = "CREATE TABLE t(id TEXT PRIMARY KEY, a) WITHOUT ROWID; INSERT INTO t VALUES ('id', 'x')";
+  for (bool const deletes : {false, true}) {
+    SCOPED_TRACE(deletes ? "delete" : "edit");
+    Scene scene(table);
+    scene.apply({{scene.rows[0], "a", "x"}});
+    SQLitePeer peer(scene.database.path());
+    ASSERT_EQ(peer.exec("ALTER TABLE t RENAME COLUMN id TO key; UPDATE t SET key = 'other'"), "ok");
+    DatabaseError const error = failureOf([&] {
+      if (deletes)
+        scene.deleteRows({scene.rows[0]});
+      else
+        scene.apply({{scene.rows[0], "a", "new"}});
+    });
+    EXPECT_EQ(error.detail.substr(0, error.detail.find(" [")), "no such column: t.id");
+    EXPECT_EQ(scene.content(), "other|x");
+  }
+}
+
+TEST(DatabaseWriter, EditsByTheSchemaThatAnotherProcessLeft) {
+  Scene scene(twoRows);
+  scene.apply({{scene.rows[1], "a", "y"}});
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("ALTER TABLE t ADD COLUMN c DEFAULT 5"), "ok");
+  scene.apply({{scene.rows[0], "a", "new"}});
+  scene.deleteRows({scene.rows[1]});
+  EXPECT_EQ(scene.content(), "1|new|10|5");
 }
 
 TEST(DatabaseWriter, TellsThatAnotherProcessHoldsTheLock) {
