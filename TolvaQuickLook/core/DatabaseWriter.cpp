@@ -11,6 +11,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "core/IdentityValue.hpp"
 #include "core/PreparedStatements.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
@@ -23,8 +24,6 @@ namespace {
 
 using Names = std::vector<std::string>;
 using Values = std::vector<SQLiteValue>;
-
-constexpr int inlineBlobLimit = 65'536;  // bytes of a blob that is read to name a row
 
 bool isWritable(std::filesystem::path const& path) {
   return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
@@ -134,11 +133,8 @@ RowEdit rowEdit(TableSchema const& schema, RowChanges const& changes) {
 
 /// The identity that the current row of an UPDATE returns.
 Values returnedIdentity(SQLiteStatement const& row) {
-  Values identity = row.row(/*full=*/false);
-  for (std::size_t column = 0; column < identity.size(); ++column) {
-    auto const* const blob = identity[column].asLargeBlob();
-    if (blob && blob->bytes <= inlineBlobLimit) identity[column] = row.value(static_cast<int>(column), /*full=*/true);
-  }
+  Values identity;
+  for (int column = 0; column < row.columnCount(); ++column) identity.push_back(identityValue(row, column));
   if (std::ranges::any_of(identity, &SQLiteValue::isDeferred)) {
     throw DatabaseError("The edited primary key exceeds the inline-edit size limit.");
   }

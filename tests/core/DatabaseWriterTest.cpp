@@ -370,7 +370,10 @@ TEST(DatabaseWriter, RefusesANewKeyThatCannotNameTheRow) {
   EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", Bytes(65'537)}}); }), refusal);
   EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", std::string(65'537, 'k')}}); }), refusal);
   EXPECT_EQ(scene.content(), "1");
-  EXPECT_EQ(scene.apply({{scene.rows[0], "a", Bytes(65'536)}})[0].row.identity, Values{Bytes(65'536)});
+  std::string const longest(65'536, 'k');
+  DatabaseRow const named = scene.apply({{scene.rows[0], "a", longest}})[0].row;
+  EXPECT_EQ(named.identity, Values{longest});
+  EXPECT_EQ(scene.apply({{named, "a", Bytes(65'536)}})[0].row.identity, Values{Bytes(65'536)});
   std::vector<DatabaseRow> const rows = rowsOf(scene.database.path(), scene.schema);
   EXPECT_EQ(failureOf([&] {
               scene.apply({{rows[0], "a", 1}});
@@ -442,7 +445,8 @@ TEST(DatabaseWriter, ComparesAsTheColumnDoes) {
   EXPECT_EQ(scene.content(), "1|new|2");
 }
 
-/// What is read of a text that is not UTF-8 is a repaired one, which must not come back into the database unseen.
+/// What is read of a text that is not UTF-8 is a repaired one, which must not come back into the database unseen. As an
+/// identity it is a marker: repaired, it could name another row.
 TEST(DatabaseWriter, MatchesNothingByARepairedText) {
   Scene scene(
       "CREATE TABLE t(a TEXT PRIMARY KEY, b, c) WITHOUT ROWID;"
@@ -450,15 +454,28 @@ TEST(DatabaseWriter, MatchesNothingByARepairedText) {
   std::string const before = scene.database.rows("SELECT hex(a), hex(b), c FROM t");
   DatabaseRow const& brokenKey = scene.rows[0];
   DatabaseRow const& brokenValue = scene.rows[1];
-  ASSERT_EQ(brokenKey.identity, Values{"a\uFFFD"});
+  ASSERT_EQ(brokenKey.identity, Values{SQLiteValue::largeText(4)});
   ASSERT_EQ(brokenValue.values[1], SQLiteValue("b\uFFFD"));
-  EXPECT_EQ(failureOf([&] { scene.apply({{brokenKey, "b", 7}}); }), staleEdit);
+  EXPECT_EQ(failureOf([&] {
+              scene.apply({{brokenKey, "b", 7}});
+            }),
+            DatabaseError("This row has no usable stable identity.", 1));
   EXPECT_EQ(failureOf([&] { scene.apply({{brokenValue, "b", 7}}); }), staleEdit);
-  EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenKey}); }), staleDelete);
+  EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenKey}); }), DatabaseError("This row has no usable identity.", 1));
   EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenValue}); }), staleDelete);
   EXPECT_EQ(scene.database.rows("SELECT hex(a), hex(b), c FROM t"), before);
   scene.apply({{brokenValue, "c", 4}});
   EXPECT_EQ(scene.database.rows("SELECT hex(b), c FROM t WHERE a = 'k'"), "62FE|4") << "the broken text is untouched";
+}
+
+TEST(DatabaseWriter, RefusesANewKeyThatNamesAnotherRowWhenRepaired) {
+  Scene scene("CREATE TABLE t(a TEXT PRIMARY KEY, b) WITHOUT ROWID; INSERT INTO t VALUES ('a\uFFFD', 1), ('k', 1)");
+  ASSERT_EQ(scene.rows[1].identity, Values{"k"});
+  EXPECT_EQ(failureOf([&] {
+              scene.apply({{scene.rows[1], "a", "a\xff"}});
+            }),
+            DatabaseError("The edited primary key exceeds the inline-edit size limit.", 1));
+  EXPECT_EQ(scene.content(), "a\uFFFD|1\nk|1");
 }
 
 TEST(DatabaseWriter, RefusesAnEditOfMoreThanOneRow) {
