@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <time.h>
 
 #include <chrono>
 #include <stop_token>
@@ -12,6 +11,7 @@
 #include "support/Failure.hpp"
 #include "support/HostileDatabases.hpp"
 #include "support/NoTask.hpp"
+#include "support/ProcessorTime.hpp"
 #include "support/Sanitizer.hpp"
 #include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -22,13 +22,6 @@ namespace tolva {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// What this thread has computed so far, which a busy machine does not stretch.
-std::chrono::nanoseconds processorTime() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
-}
 
 DatabaseObject named(std::string name, std::string kind) { return {.name = std::move(name), .kind = kind, .sql = ""}; }
 

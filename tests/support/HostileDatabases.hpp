@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace tolva {
 
@@ -22,5 +23,9 @@ void writeEndlessSchema(std::filesystem::path const& path);
 
 /// 300 entries that share one SQL text of 100 MB, which is nothing but blanks.
 void writeSharedSQL(std::filesystem::path const& path);
+
+/// A query of one number that takes more time and memory to prepare than there is: of forty tables that it names, each is
+/// twice the one before.
+std::string doublingQuery();
 
 }  // namespace tolva
