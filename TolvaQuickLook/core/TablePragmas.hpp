@@ -10,8 +10,8 @@
 
 namespace tolva {
 
-// What those who read the pragmas of one table (https://sqlite.org/pragma.html) have in common. Called in the turn of the
-// connection's service; failures are SQLite's own.
+// What those who read the pragmas of one table (https://sqlite.org/pragma.html) have in common. Called in the turn of
+// the connection's service; failures are SQLite's own.
 
 /// A row of `PRAGMA table_list`. A value.
 struct ListedTable {
@@ -23,8 +23,9 @@ struct ListedTable {
 
 /// The tables and views of that name, in whatever case, in `database`; in all attached ones where that is empty.
 ///
-/// Nothing where it takes too much: the pragma begins with resolving all views of the file, again from the start for each
-/// object while one of them cannot be resolved, which takes minutes in a hostile file. What it has resolved stays so.
+/// Nothing where it takes too much: the pragma begins with resolving all views of the file, again from the start for
+/// each object while one of them cannot be resolved, which takes minutes in a hostile file. What it has resolved stays
+/// so.
 std::optional<std::vector<ListedTable>> listTables(SQLiteConnection& connection, std::string const& database,
                                                    std::string const& table);
 
