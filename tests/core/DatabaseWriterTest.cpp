@@ -203,7 +203,8 @@ TEST(DatabaseWriter, RunsOneGuardedStatementForARow) {
           R"(SELECT 1,"t"."l","t"."k","t"."b","t"."a","t"."b" FROM "t" LIMIT 0)",
           R"(UPDATE "t" SET "b" = 'new',"a" = 1.5,"b" = 'newer' WHERE "l" IS x'00' AND "k" IS 'k' AND "b" IS NULL)"
           R"( AND "a" IS 1 AND "b" IS NULL RETURNING "l","k")",
-          "COMMIT", "BEGIN IMMEDIATE", R"(SELECT 1,"t"."l","t"."k","t"."a","t"."k","t"."b","t"."c" FROM "t" LIMIT 0)",
+          "PRAGMA encoding", "COMMIT", "BEGIN IMMEDIATE",
+          R"(SELECT 1,"t"."l","t"."k","t"."a","t"."k","t"."b","t"."c" FROM "t" LIMIT 0)",
           R"(DELETE FROM "t" WHERE "l" IS x'00' AND "k" IS 'k' AND "a" IS 1.5 AND "k" IS 'k' AND "b" IS 'newer')"
           R"( AND "c" IS 'newer')",
           "COMMIT", R"(SELECT 1 FROM "t" LIMIT 0)", R"(INSERT INTO "t" ("k","l") VALUES (2,1))"}));
