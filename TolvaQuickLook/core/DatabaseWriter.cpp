@@ -12,7 +12,9 @@
 #include <unordered_map>
 
 #include "core/DatabaseBackup.hpp"
+#include "core/IdentityValue.hpp"
 #include "core/PreparedStatements.hpp"
+#include "core/RowClauses.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -25,40 +27,57 @@ namespace {
 using Names = std::vector<std::string>;
 using Values = std::vector<SQLiteValue>;
 
-constexpr int inlineBlobLimit = 65'536;  // bytes of a blob that is read to name a row
+constexpr std::size_t chainedGuards = 500;  // without parentheses
 
 bool isWritable(std::filesystem::path const& path) {
   return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
 }
 
+/// Fails as SQLite does, in every journal mode but WAL, where it would write to a file that has lost its name and take
+/// the change for done.
+void requireNamedFile(SQLiteConnection const& connection) {
+  int moved = 0;
+  sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  if (moved) throw DatabaseError(sqlite3_errstr(SQLITE_READONLY_DBMOVED), SQLITE_READONLY_DBMOVED);
+}
+
 // SQL ----------------------------------------------------------------------------------------------
 
-/// The quoted names, `behind` following each and `between` between two.
-std::string listed(Names const& names, std::string_view behind, std::string_view between) {
-  std::string list;
-  for (std::string const& name : names) {
-    if (!list.empty()) list += between;
-    list += quoteIdentifier(name);
-    list += behind;
-  }
+/// Each name quoted and followed by `behind`.
+Names quotedWith(Names const& names, std::string_view behind) {
+  Names list = quoted(names);
+  for (std::string& name : list) name += behind;
   return list;
 }
 
+/// All columns are what is bound to them. SQLite takes expressions up to 1,000 deep and counts a chain of AND by its
+/// length, so that a long one is cut.
+std::string guards(Names const& names) {
+  Names const terms = quotedWith(names, " IS ?");
+  if (terms.size() <= chainedGuards) return joined(terms, " AND ");
+  Names groups;
+  for (std::span<std::string const> rest = terms; !rest.empty();) {
+    auto const group = rest.first(std::min(rest.size(), chainedGuards));
+    groups.push_back("(" + joined(group, " AND ") + ")");
+    rest = rest.subspan(group.size());
+  }
+  return joined(groups, " AND ");
+}
+
 std::string updateSQL(TableSchema const& schema, Names const& changed, Names const& guarded) {
-  return "UPDATE " + quoteIdentifier(schema.object.name) + " SET " + listed(changed, " = ?", ",") + " WHERE " +
-         listed(guarded, " IS ?", " AND ") + " RETURNING " + listed(schema.identity, "", ",");
+  return "UPDATE " + quoteIdentifier(schema.object.name) + " SET " + joined(quotedWith(changed, " = ?"), ",") +
+         " WHERE " + guards(guarded) + " RETURNING " + joined(quoted(schema.identity), ",");
 }
 
 std::string insertSQL(TableSchema const& schema, Names const& columns) {
   std::string const table = quoteIdentifier(schema.object.name);
   if (columns.empty()) return "INSERT INTO " + table + " DEFAULT VALUES";
-  std::string places = "?";
-  for (std::size_t place = 1; place < columns.size(); ++place) places += ",?";
-  return "INSERT INTO " + table + " (" + listed(columns, "", ",") + ") VALUES (" + places + ")";
+  Names const places(columns.size(), "?");
+  return "INSERT INTO " + table + " (" + joined(quoted(columns), ",") + ") VALUES (" + joined(places, ",") + ")";
 }
 
 std::string deleteSQL(TableSchema const& schema, Names const& guarded) {
-  return "DELETE FROM " + quoteIdentifier(schema.object.name) + " WHERE " + listed(guarded, " IS ?", " AND ");
+  return "DELETE FROM " + quoteIdentifier(schema.object.name) + " WHERE " + guards(guarded);
 }
 
 // Editing ------------------------------------------------------------------------------------------
@@ -135,18 +154,15 @@ RowEdit rowEdit(TableSchema const& schema, RowChanges const& changes) {
 
 /// The identity that the current row of an UPDATE returns.
 Values returnedIdentity(SQLiteStatement const& row) {
-  Values identity = row.row(/*full=*/false);
-  for (std::size_t column = 0; column < identity.size(); ++column) {
-    auto const* const blob = identity[column].asLargeBlob();
-    if (blob && blob->bytes <= inlineBlobLimit) identity[column] = row.value(static_cast<int>(column), /*full=*/true);
-  }
+  Values identity;
+  for (int column = 0; column < row.columnCount(); ++column) identity.push_back(identityValue(row, column));
   if (std::ranges::any_of(identity, &SQLiteValue::isDeferred)) {
     throw DatabaseError("The edited primary key exceeds the inline-edit size limit.");
   }
   return identity;
 }
 
-Values joined(std::initializer_list<std::reference_wrapper<Values const>> lists) {
+Values concatenated(std::initializer_list<std::reference_wrapper<Values const>> lists) {
   Values all;
   for (Values const& list : lists) all.insert(all.end(), list.begin(), list.end());
   return all;
@@ -157,8 +173,8 @@ Values updateRow(PreparedStatements& statements, TableSchema const& schema, Valu
                  RowEdit const& edit) {
   Names guarded = schema.identity;
   guarded.insert(guarded.end(), edit.columns.begin(), edit.columns.end());
-  SQLiteStatement& update =
-      statements.ready(updateSQL(schema, edit.columns, guarded), guarded, joined({edit.assigned, identity, edit.seen}));
+  SQLiteStatement& update = statements.ready(updateSQL(schema, edit.columns, guarded), guarded,
+                                             concatenated({edit.assigned, identity, edit.seen}));
   if (!update.step()) throw DatabaseError("This row changed in another application. Refresh before editing.");
   Values after = returnedIdentity(update);
   if (update.step()) throw DatabaseError("The edit matched more than one row.");
@@ -231,6 +247,7 @@ std::vector<CellChange> DatabaseWriter::apply(TableSchema const& schema, std::ve
   SQLiteConnection& connection = db();
   auto const applyAll = [&] {
     HandleLock const held(connection);
+    requireNamedFile(connection);
     PreparedStatements statements(connection, schema.object.name);
     std::vector<CellChange> results;
     results.reserve(changes.size());
@@ -255,7 +272,8 @@ void DatabaseWriter::insert(TableSchema const& schema, std::map<std::string, SQL
     columns.push_back(column.name);
     inserted.push_back(value->second);
   }
-  connection.execute(insertSQL(schema, columns), inserted);
+  requireNamedFile(connection);
+  PreparedStatements(connection, schema.object.name).run(insertSQL(schema, columns), {}, inserted);
 }
 
 void DatabaseWriter::deleteRows(TableSchema const& schema, std::vector<DatabaseRow> const& rows, std::stop_token task) {
@@ -264,6 +282,7 @@ void DatabaseWriter::deleteRows(TableSchema const& schema, std::vector<DatabaseR
   SQLiteConnection& connection = db();
   auto const deleteAll = [&] {
     HandleLock const held(connection);
+    requireNamedFile(connection);
     PreparedStatements statements(connection, schema.object.name);
     for (DatabaseRow const& row : rows) {
       checkCancellation(task);

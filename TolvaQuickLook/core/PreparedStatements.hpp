@@ -11,8 +11,9 @@
 
 namespace tolva {
 
-/// The guarded statements of one operation on one table, each compiled once for its text. Lives in a turn, and ends
-/// before the transaction does.
+/// The statements of one operation on one table, each compiled once for its text, against the schema that the file has
+/// then. Lives in a turn and, where what it runs is guarded, in a write transaction, which keeps that schema; ends
+/// before it. Compiling takes at most `MemoryBudget::ordinary`, which a trigger or a view can be made to exceed.
 class PreparedStatements {
  public:
   PreparedStatements(SQLiteConnection& connection, std::string const& table) : connection_(connection), table_(table) {}

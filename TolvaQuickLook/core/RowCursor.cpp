@@ -3,44 +3,14 @@
 
 #include <sqlite3.h>
 
-#include <cstddef>
-#include <cstring>
 #include <optional>
-#include <string_view>
 
+#include "core/IdentityValue.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
-#include "platform/UTF8.hpp"
+#include "core/StoredText.hpp"
 
 namespace tolva {
-namespace {
-
-constexpr std::int64_t wholeKeyLimit = 65'536;  // bytes of a blob
-
-std::string_view utf8(sqlite3_value* value) {
-  auto const size = static_cast<std::size_t>(sqlite3_value_bytes(value));
-  auto const* const text = reinterpret_cast<char const*>(sqlite3_value_text(value));
-  return text ? std::string_view(text, size) : std::string_view();
-}
-
-/// Whether each surrogate has its other half. SQLite converts a half on its own into some other character, and drops an
-/// odd byte at the end.
-bool isValidUTF16(sqlite3_value* value) {
-  auto const* const text = static_cast<std::byte const*>(sqlite3_value_text16(value));
-  int const size = sqlite3_value_bytes16(value);
-  bool awaitsLow = false;
-  for (int at = 0; text && at + 1 < size; at += 2) {
-    char16_t unit = 0;
-    std::memcpy(&unit, text + at, sizeof unit);  // perhaps not aligned
-    bool const isLow = unit >= 0xDC00 && unit <= 0xDFFF;
-    if (isLow != awaitsLow) return false;
-    awaitsLow = unit >= 0xD800 && unit <= 0xDBFF;
-  }
-  return text && size % 2 == 0 && !awaitsLow;
-}
-
-}  // namespace
-
 SQLiteStatement prepareWithinBudget(SQLiteConnection& connection, BuiltQuery const& query) {
   std::optional<MemoryBudget> preparing(MemoryBudget::ordinary);
   SQLiteStatement statement(connection.shared_from_this(), query.sql);
@@ -64,47 +34,18 @@ bool RowCursor::step() {
   return isRow;
 }
 
-DatabaseRow RowCursor::row() {
-  std::vector<std::size_t> const invalid = invalidKeys();  // before the values are read, which may convert them
+DatabaseRow RowCursor::row() const {
   DatabaseRow row;
   statement_.append(row.values, 0, columns_, /*full=*/false);
-  statement_.append(row.identity, columns_, keys_, identity_ == Identity::wholly);
-  if (identity_ == Identity::asKey) readBlobs(row.identity);
-  for (std::size_t const key : invalid) {
-    std::string const* const repaired = row.identity[key].asText();
-    if (repaired) row.identity[key] = LargeText{static_cast<std::int64_t>(repaired->size())};
-  }
+  for (int column = columns_; column < columns_ + keys_; ++column) row.identity.push_back(key(column));
   return row;
 }
 
-void RowCursor::readBlobs(std::vector<SQLiteValue>& identity) const {
-  int column = columns_;
-  for (SQLiteValue& value : identity) {
-    LargeBlob const* const blob = value.asLargeBlob();
-    if (blob && blob->bytes <= wholeKeyLimit) value = statement_.value(column, /*full=*/true);
-    ++column;
-  }
-}
-
-/// The identity's texts that nobody can read as they are stored, by their places in it.
-std::vector<std::size_t> RowCursor::invalidKeys() {
-  std::vector<std::size_t> invalid;
-  if (!schema_.withoutRowID) return invalid;  // a rowid is a number
-  for (int key = 0; key < keys_; ++key) {
-    sqlite3_value* const value = sqlite3_column_value(statement_.handle(), columns_ + key);
-    if (sqlite3_value_type(value) != SQLITE_TEXT) continue;
-    if (!(storesUTF8() ? isValidUTF8(utf8(value)) : isValidUTF16(value)))
-      invalid.push_back(static_cast<std::size_t>(key));
-  }
-  return invalid;
-}
-
-bool RowCursor::storesUTF8() {
-  if (!storesUTF8_) {
-    SQLiteStatement encoding = statement_.connection()->prepare("PRAGMA encoding");
-    storesUTF8_ = encoding.step() && encoding.value(0, /*full=*/false) == SQLiteValue("UTF-8");
-  }
-  return *storesUTF8_;
+SQLiteValue RowCursor::key(int column) const {
+  if (identity_ == Identity::asKey) return identityValue(statement_, column);
+  bool const isValid = isReadAsStored(statement_, column);
+  SQLiteValue value = statement_.value(column, identity_ == Identity::wholly);
+  return isValid ? value : deferred(value);
 }
 
 /// A column bears its own name, a string the text that it was written as.

@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstddef>
-#include <optional>
-#include <vector>
-
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TableQueryBuilder.hpp"
@@ -22,7 +18,7 @@ class RowCursor {
   /// How the identity is read; the columns never are whole.
   enum class Identity {
     marked,  // as the columns are
-    asKey,   // blobs up to 65,536 bytes whole, so that they can be compared with
+    asKey,   // as `identityValue` reads it, so that it can be compared with
     wholly,
   };
 
@@ -32,7 +28,7 @@ class RowCursor {
   bool step();
 
   /// The current row. A text of its identity that is no valid Unicode is deferred: repaired, it could be another row's.
-  DatabaseRow row();
+  DatabaseRow row() const;
 
   /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
   /// True of the schema under which the statement was compiled, for the last time in its first step.
@@ -43,9 +39,7 @@ class RowCursor {
   void restart(SQLiteStatement const& source);
 
  private:
-  std::vector<std::size_t> invalidKeys();
-  void readBlobs(std::vector<SQLiteValue>& identity) const;
-  bool storesUTF8();
+  SQLiteValue key(int column) const;
 
   SQLiteStatement statement_;
   TableSchema const& schema_;
@@ -53,7 +47,6 @@ class RowCursor {
   int const keys_;
   Identity const identity_;
   bool hasStepped_ = false;
-  std::optional<bool> storesUTF8_;  // unknown until it matters
 };
 
 /// A statement prepared within `MemoryBudget::ordinary`.

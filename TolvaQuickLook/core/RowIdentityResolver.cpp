@@ -9,82 +9,93 @@
 #include <string_view>
 #include <vector>
 
+#include "core/Limit.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
-#include "core/ViewsDisabled.hpp"
+#include "core/TablePragmas.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {
 namespace {
 
-constexpr std::size_t mostColumns = 200;
-constexpr char tooManyColumns[] = "Row comparison is limited to 200 columns per table.";
-constexpr std::size_t mostKeyColumns = 16;
-constexpr char tooManyKeyColumns[] = "Comparison keys are limited to 16 columns.";
+constexpr Limit tableColumns{200, "Row comparison is limited to 200 columns per table."};
+constexpr Limit keyLength{16, "Comparison keys are limited to 16 columns."};
+
+constexpr std::int64_t mostListed = 4000;  // objects of a schema with views
 
 constexpr std::array<std::string_view, 3> knownCollations{"BINARY", "NOCASE", "RTRIM"};
-
-struct Column {
-  std::string name;
-  std::string type;  // in upper case
-  bool required;
-  std::int64_t key;  // position in the primary key, from 1; 0 if not part of it
-};
-
-struct Flags {
-  bool withoutRowID;
-  bool strict;
-};
 
 /// One attached schema, asked through pragmas.
 struct Schema {
   SQLiteConnection& connection;
-  std::string const database;  // quoted
+  std::string const& database;
 
   SQLiteStatement pragma(char const* call, std::string const& of) const {
-    return connection.prepare("PRAGMA " + database + call + quoteIdentifier(of) + ")");
+    return connection.prepare("PRAGMA " + quoteIdentifier(database) + call + quoteIdentifier(of) + ")");
+  }
+
+  /// Whether the list of one table can take long without asking for the memory by which it is bounded: it walks through
+  /// all tables again, for each of them, while there is a view that cannot be resolved.
+  bool isTooLargeToList() const {
+    std::string const from = "SELECT 1 FROM " + quoteIdentifier(database) + ".sqlite_schema ";
+    return connection.prepare(from + "LIMIT 1 OFFSET ?", {mostListed}).step() &&
+           connection.prepare(from + "WHERE type = 'view' OR rootpage = 0 LIMIT 1").step();
+  }
+
+  /// Whether it declares an ordinary table of that name, in whatever case, or else a virtual one.
+  bool declares(std::string const& table, bool ordinary) const {
+    return connection
+        .prepare("SELECT 1 FROM " + quoteIdentifier(database) +
+                     ".sqlite_schema WHERE type = 'table' AND name = ? COLLATE NOCASE AND (rootpage > 0) IS ?",
+                 {table, ordinary ? 1 : 0})
+        .step();
   }
 };
 
-bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
-
 std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
 
-Flags readFlags(Schema const& of, std::string const& table) {
-  ViewsDisabled const disabled(of.connection);
-  SQLiteStatement row = of.pragma(".table_list(", table);
-  if (!row.step() || row.value(2, /*full=*/false) != SQLiteValue("table")) {
-    throw DatabaseError("Views, virtual tables and shadow tables are not row-compared.");
-  }
-  return {.withoutRowID = isOne(row, 4), .strict = isOne(row, 5)};
+/// Shadow tables are named after their virtual table, with an underscore and more behind it.
+bool mayBeShadow(Schema const& of, std::string const& table) {
+  std::size_t const underscore = table.rfind('_');
+  return underscore != table.npos && of.declares(table.substr(0, underscore), /*ordinary=*/false);
 }
 
-std::vector<Column> readColumns(Schema const& of, std::string const& table, std::stop_token const& task) {
+/// The table as it is listed. Where listing takes too much, a table that is not refused has no flags: SQLite tells the
+/// columns of a key that lets no NULL in for it as NOT NULL.
+ListedTable ordinaryTable(Schema const& of, std::string const& table) {
+  std::optional<std::vector<ListedTable>> const tables =
+      of.isTooLargeToList() ? std::nullopt : listTables(of.connection, of.database, table);
+  bool const ordinary = tables ? !tables->empty() && tables->front().type == SQLiteValue("table")
+                               : of.declares(table, /*ordinary=*/true) && !mayBeShadow(of, table);
+  if (!ordinary) throw DatabaseError("Views, virtual tables and shadow tables are not row-compared.");
+  return tables ? tables->front() : ListedTable{};
+}
+
+/// All of them, hidden ones too. Their types are in upper case.
+std::vector<DatabaseColumn> readColumns(Schema const& of, std::string const& table, std::stop_token const& task) {
   SQLiteStatement row = of.pragma(".table_xinfo(", table);
-  std::vector<Column> columns;
+  std::vector<DatabaseColumn> columns;
   while (row.step()) {
     checkCancellation(task);
-    if (columns.size() == mostColumns) throw DatabaseError(tooManyColumns);
+    tableColumns.check(static_cast<std::int64_t>(columns.size()) + 1);
     SQLiteValue const name = row.value(1, /*full=*/false);
     SQLiteValue const key = row.value(5, /*full=*/false);
     if (!name.asText() || !key.asInteger()) throw DatabaseError("Unsupported column metadata.");
     columns.push_back({.name = *name.asText(),
                        .type = upperASCII(shown(row, 2)),
                        .required = isOne(row, 3),
-                       .key = *key.asInteger()});
+                       .primaryKey = *key.asInteger()});
   }
   return columns;
 }
 
-std::vector<Column> keyOf(std::vector<Column> const& columns) {
-  std::vector<Column> key;
-  std::ranges::copy_if(columns, std::back_inserter(key), [](Column const& column) { return column.key > 0; });
-  std::ranges::stable_sort(key, {}, &Column::key);
+std::vector<DatabaseColumn> declaredKey(std::vector<DatabaseColumn> const& columns) {
+  std::vector<DatabaseColumn> key = keyColumns(columns);
   if (key.empty()) {
     throw DatabaseError("No declared primary key. Rowid/fingerprint matching could misidentify changed rows.");
   }
-  if (key.size() > mostKeyColumns) throw DatabaseError(tooManyKeyColumns);
+  keyLength.check(static_cast<std::int64_t>(key.size()));
   return key;
 }
 
@@ -99,45 +110,51 @@ std::optional<std::string> keyIndex(Schema const& of, std::string const& table) 
 }
 
 /// In an ordinary table a primary key lets NULL in, any number of times, unless its columns are declared NOT NULL.
-void refuseNull(std::vector<Column> const& key, Flags flags, bool hasIndex) {
+void refuseNull(std::vector<DatabaseColumn> const& key, ListedTable const& table, bool hasIndex) {
   bool const alias = key.size() == 1 && key.front().type == "INTEGER" && !hasIndex;
-  if (alias || flags.withoutRowID || flags.strict || std::ranges::all_of(key, &Column::required)) return;
+  bool const required = std::ranges::all_of(key, &DatabaseColumn::required);
+  if (alias || table.withoutRowID || table.strict || required) return;
   throw DatabaseError("The declared primary key permits NULL; reliable row matching is unavailable.");
 }
 
-std::vector<std::string> collationsOf(std::vector<Column> const& key, Schema const& of, std::string const& index) {
+[[noreturn]] void refuseCollation() { throw DatabaseError("The primary key requires an unsupported collation."); }
+
+/// By column name, in upper case. A key may name a column twice; by two collations it has no single one.
+std::map<std::string, std::string> indexCollations(Schema const& of, std::string const& index) {
   SQLiteStatement row = of.pragma(".index_xinfo(", index);
-  std::map<std::string, std::string> found;  // by column name
+  std::map<std::string, std::string> collations;
   while (row.step()) {
-    if (isOne(row, 5)) found[shown(row, 2)] = upperASCII(shown(row, 4));
+    if (!isOne(row, 5)) continue;
+    auto const [known, isNew] = collations.try_emplace(shown(row, 2), upperASCII(shown(row, 4)));
+    if (!isNew && known->second != upperASCII(shown(row, 4))) refuseCollation();
   }
+  return collations;
+}
+
+std::vector<std::string> collationsOf(std::vector<DatabaseColumn> const& key, Schema const& of,
+                                      std::string const& index) {
+  std::map<std::string, std::string> const found = indexCollations(of, index);
   std::vector<std::string> collations;
-  for (Column const& column : key) {
+  for (DatabaseColumn const& column : key) {
     auto const collation = found.find(column.name);
     if (collation == found.end() || std::ranges::find(knownCollations, collation->second) == knownCollations.end()) {
-      throw DatabaseError("The primary key requires an unsupported collation.");
+      refuseCollation();
     }
     collations.push_back(collation->second);
   }
   return collations;
 }
 
-std::vector<std::string> namesOf(std::vector<Column> const& columns) {
-  std::vector<std::string> names;
-  std::ranges::transform(columns, std::back_inserter(names), &Column::name);
-  return names;
-}
-
 }  // namespace
 
 ComparisonIdentity RowIdentityResolver::resolve(SQLiteConnection& connection, std::string const& database,
                                                 std::string const& table, std::stop_token task) {
-  Schema const of{connection, quoteIdentifier(database)};
-  Flags const flags = readFlags(of, table);
-  std::vector<Column> const columns = readColumns(of, table, task);
-  std::vector<Column> const key = keyOf(columns);
+  Schema const of{connection, database};
+  ListedTable const listed = ordinaryTable(of, table);
+  std::vector<DatabaseColumn> const columns = readColumns(of, table, task);
+  std::vector<DatabaseColumn> const key = declaredKey(columns);
   std::optional<std::string> const index = keyIndex(of, table);
-  refuseNull(key, flags, index.has_value());
+  refuseNull(key, listed, index.has_value());
   std::vector<std::string> collations(key.size(), "BINARY");
   if (index) collations = collationsOf(key, of, *index);
   return {.columns = namesOf(key), .collations = std::move(collations), .allColumns = namesOf(columns)};

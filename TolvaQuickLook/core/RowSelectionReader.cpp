@@ -106,7 +106,7 @@ void RowSelectionReader::readScattered(RowSelection const& selection) {
   }
 }
 
-void RowSelectionReader::add(RowCursor& cursor) {
+void RowSelectionReader::add(RowCursor const& cursor) {
   rows_.push_back(cursor.row());
   memorySize_ += rows_.back().memorySize();
   selectionMemory.check(memorySize_);

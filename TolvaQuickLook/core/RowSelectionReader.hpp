@@ -29,7 +29,7 @@ class RowSelectionReader {
   void readRange(RowSelection::Range range);
   std::int64_t readChunk(std::int64_t first, std::int64_t most);
   void readScattered(RowSelection const& selection);
-  void add(RowCursor& cursor);
+  void add(RowCursor const& cursor);
 
   SQLiteConnection& connection_;
   TableSchema const& schema_;

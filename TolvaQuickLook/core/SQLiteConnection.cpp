@@ -113,6 +113,14 @@ void SQLiteConnection::rollBack() noexcept {
   }
 }
 
+bool SQLiteConnection::storesUTF8() {
+  if (!storesUTF8_) {
+    SQLiteStatement encoding = prepare("PRAGMA encoding");
+    storesUTF8_ = encoding.step() && encoding.value(0, /*full=*/false) == SQLiteValue("UTF-8");
+  }
+  return *storesUTF8_;
+}
+
 DatabaseError SQLiteConnection::error(std::int32_t code) const {
   if ((code & 0xFF) == SQLITE_NOMEM && MemoryBudget::ranOutOfTime()) {
     return DatabaseError(sqlite3_errstr(SQLITE_INTERRUPT), SQLITE_INTERRUPT);

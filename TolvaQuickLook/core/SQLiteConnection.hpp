@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stop_token>
 #include <string>
@@ -88,6 +89,9 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
   std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
   bool readOnly() const { return readOnly_; }
 
+  /// Whether texts are stored as UTF-8, and not as UTF-16. The file is asked once.
+  bool storesUTF8();
+
   /// A `DatabaseError` of `code` with SQLite's current message for this handle. Memory that was refused because a time
   /// budget ran out reads as the interruption that it is.
   DatabaseError error(std::int32_t code) const;
@@ -114,6 +118,7 @@ class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLite
   sqlite3* const db_;
   std::shared_ptr<CancellationHandle> const cancellation_;
   bool const readOnly_;
+  std::optional<bool> storesUTF8_;
 };
 
 /// Keeps the mutex of a handle for a scope, so that the calls of a loop over rows need not take it one by one.

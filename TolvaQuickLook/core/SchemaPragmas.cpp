@@ -2,27 +2,17 @@
 #include "core/SchemaPragmas.hpp"
 
 #include <algorithm>
-#include <chrono>
-#include <iterator>
 #include <optional>
 
 #include "core/KeptText.hpp"
-#include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "core/TablePragmas.hpp"
 #include "platform/ASCIICase.hpp"
 #include "platform/DoubleText.hpp"
 
 namespace tolva {
 namespace {
-
-using namespace std::chrono_literals;
-
-// What resolving the views of a file may take before a table's flags are read otherwise.
-constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
-constexpr auto resolvingTime = 50ms;
-
-bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
 
 std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::string const& object) {
   SQLiteStatement row = connection.prepare("PRAGMA table_xinfo(" + quoteIdentifier(object) + ")");
@@ -41,37 +31,37 @@ std::vector<DatabaseColumn> readColumns(SQLiteConnection& connection, std::strin
   return columns;
 }
 
-/// `table_list` is narrowed to the name, not to a schema: if a name stands in several, the last one read counts.
-void readFlags(SQLiteConnection& connection, TableSchema& schema) {
-  SQLiteStatement row = connection.prepare("PRAGMA table_list(" + quoteIdentifier(schema.object.name) + ")");
-  while (row.step()) {
-    if (row.value(1, /*full=*/false) != SQLiteValue(schema.object.name)) continue;
-    schema.withoutRowID = isOne(row, 4);
-    schema.strict = isOne(row, 5);
-  }
-}
-
-/// False where it takes too much. `table_list` begins with resolving all views of the file, again from the start for each
-/// object while one of them cannot be resolved: minutes in a hostile file. What it has resolved stays so.
-bool readFlagsWithinBudget(SQLiteConnection& connection, TableSchema& schema) {
-  MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
-  try {
-    readFlags(connection, schema);
-    return true;
-  } catch (DatabaseError const&) {
-    if (!budget.spent()) throw;
-    return false;
-  }
-}
-
-/// Reads the flags of an ordinary table from an empty copy of it, in a database where it is alone.
-void readFlagsOfCopy(SQLiteConnection& connection, TableSchema& schema) {
-  SQLiteStatement row = connection.prepare("SELECT sql FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > 0",
-                                           {"table", schema.object.name});
-  if (!row.step()) return;  // a view has no flags; of a virtual table they cannot be had
+/// Whether the table that `sql` makes is STRICT, which a database tells where it is alone. A table that cannot be made
+/// there, for lack of a function or a collation of the application that wrote it, counts as none.
+bool makesStrict(std::string const& sql, std::string const& table) try {
   auto const scratch = SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
-  scratch->execute(row.value(0, /*full=*/true).display());
-  readFlags(*scratch, schema);
+  scratch->execute(sql);
+  auto const listed = listTables(*scratch, "main", table);
+  return listed && !listed->empty() && listed->front().strict;
+} catch (DatabaseError const&) {
+  return false;
+}
+
+/// The flags of an ordinary table, read without the list. A view has none; of a virtual table they cannot be had.
+void readFlagsAlone(SQLiteConnection& connection, TableSchema& schema) {
+  std::string const& table = schema.object.name;
+  SQLiteStatement row = connection.prepare("SELECT sql FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > 0",
+                                           {"table", table});
+  if (!row.step()) return;
+  // The name of a WITHOUT ROWID table stands for its key in this pragma, that of any other table for nothing.
+  schema.withoutRowID = connection.prepare("PRAGMA index_xinfo(" + quoteIdentifier(table) + ")").step();
+  schema.strict = makesStrict(row.value(0, /*full=*/true).display(), table);
+}
+
+/// The list is not narrowed to a schema: if a name stands in several, the last one counts.
+void readFlags(SQLiteConnection& connection, TableSchema& schema) {
+  auto const tables = listTables(connection, {}, schema.object.name);
+  if (!tables) return readFlagsAlone(connection, schema);
+  for (ListedTable const& listed : *tables) {
+    if (listed.name != SQLiteValue(schema.object.name)) continue;
+    schema.withoutRowID = listed.withoutRowID;
+    schema.strict = listed.strict;
+  }
 }
 
 bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
@@ -79,20 +69,6 @@ bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
   bool found = false;
   while (row.step()) found = found || row.value(3, /*full=*/false) == SQLiteValue("pk");
   return found;
-}
-
-std::vector<DatabaseColumn> keyColumns(TableSchema const& schema) {
-  std::vector<DatabaseColumn> key;
-  std::ranges::copy_if(schema.columns, std::back_inserter(key),
-                       [](auto const& column) { return column.primaryKey > 0; });
-  std::ranges::stable_sort(key, {}, &DatabaseColumn::primaryKey);
-  return key;
-}
-
-std::vector<std::string> namesOf(std::vector<DatabaseColumn> const& columns) {
-  std::vector<std::string> names;
-  std::ranges::transform(columns, std::back_inserter(names), &DatabaseColumn::name);
-  return names;
 }
 
 /// The first of the rowid's names that no column bears.
@@ -108,7 +84,7 @@ std::vector<std::string> rowidName(TableSchema const& schema) {
 /// `INTEGER PRIMARY KEY DESC` has.
 std::vector<std::string> rowIdentity(SQLiteConnection& connection, TableSchema const& schema) {
   if (schema.object.kind != "table") return {};
-  std::vector<DatabaseColumn> const key = keyColumns(schema);
+  std::vector<DatabaseColumn> const key = keyColumns(schema.columns);
   if (schema.withoutRowID) return namesOf(key);
   bool const keyIndex = hasKeyIndex(connection, schema.object.name);
   bool const alias = key.size() == 1 && upperASCII(key.front().type) == "INTEGER" && !keyIndex;
@@ -156,7 +132,7 @@ std::vector<StructureDetails::Row> readTriggers(SQLiteConnection& connection, st
 
 TableSchema readSchema(SQLiteConnection& connection, DatabaseObject const& object) {
   TableSchema schema{.object = object, .columns = readColumns(connection, object.name)};
-  if (!readFlagsWithinBudget(connection, schema)) readFlagsOfCopy(connection, schema);
+  readFlags(connection, schema);
   schema.identity = rowIdentity(connection, schema);
   return schema;
 }

@@ -13,6 +13,7 @@
 
 #include "core/DatabaseWriter.hpp"
 #include "core/SQLIdentifier.hpp"
+#include "platform/UTF8.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
@@ -57,13 +58,15 @@ std::string literal(SQLiteValue const& value) {
   return value.display();  // a number or NULL
 }
 
+/// The misleading ones are what another text reads like when it is repaired, or the name of a column that is gone.
 SQLiteValue randomValue(Chance& chance) {
   using namespace std::string_literals;
   static Values const values{
       -1,      0,        1,       2,        3,          1.0,           0.5, -2.25, 1e15,    std::int64_t{1} << 60,
       Null{},  Null{},   "",      "a",      "A",        "b",           "é", "2",   "a\0b"s, "a\0c"s,
       "\xff"s, "b\xfe"s, Bytes{}, Bytes{0}, Bytes{'a'}, Bytes{0xff, 0}};
-  return chance.of(values);
+  static Values const misleading{"\uFFFD", "b\uFFFD", "k", "c1", "c2"};
+  return chance.of(chance.oneIn(6) ? misleading : values);
 }
 
 // The table ----------------------------------------------------------------------------------------
@@ -134,6 +137,9 @@ bool same(SQLiteValue const& left, SQLiteValue const& right) {
 bool sameInAll(Values const& seen, Values const& stored) {
   return std::ranges::equal(seen, stored, [](auto const& a, auto const& b) { return same(a, b); });
 }
+
+/// A text that is not UTF-8 is read as a repaired one, which another row can have.
+bool canNameARow(SQLiteValue const& value) { return !value.asText() || repairUTF8(*value.asText()) == *value.asText(); }
 
 /// A connection that sees the bytes as they are and knows nothing of the code under test.
 class Model {
@@ -227,7 +233,10 @@ class Model {
     }
     std::string sql;
     for (auto const& [column, value] : assigned) sql += (sql.empty() ? "" : ", ") + column + " = " + literal(value);
-    return changeOne("UPDATE t SET " + sql, seen, compared);
+    bool const named = std::ranges::all_of(schema_.identity, [&](std::string const& name) {
+      return !assigned.contains(name) || canNameARow(assigned[name]);
+    });
+    return named && changeOne("UPDATE t SET " + sql, seen, compared);
   }
 
   bool deleteOne(DatabaseRow const& seen) {
@@ -329,9 +338,28 @@ Rows randomRows(Chance& chance, Rows const& seen) {
   return rows;
 }
 
+/// The column that another application renames for the time of one change, if any. The writer has the schema of the
+/// change before.
+std::optional<std::string> randomRenaming(Chance& chance, TableSchema const& schema) {
+  return chance.oneIn(4) ? std::optional(chance.of(schema.columns).name) : std::nullopt;
+}
+
+bool compares(TableSchema const& schema, Changes const& changes, std::string const& column) {
+  return std::ranges::count(schema.identity, column) > 0 ||
+         std::ranges::count(changes, column, &CellChange::column) > 0;
+}
+
+bool compares(TableSchema const& schema, Rows const& deleted, std::string const& column) {
+  auto const found = std::ranges::find(schema.columns, column, &DatabaseColumn::name);
+  auto const place = static_cast<std::size_t>(found - schema.columns.begin());
+  auto const wasSeen = [&](DatabaseRow const& row) { return !row.values[place].isDeferred(); };
+  return std::ranges::count(schema.identity, column) > 0 || std::ranges::any_of(deleted, wasSeen);
+}
+
 struct Tally {
   int done = 0;
   int refused = 0;
+  int renamed = 0;
 };
 
 /// One table, read, meddled with and changed a few times.
@@ -354,7 +382,13 @@ void play(std::uint64_t seed, Tally& tally) {
     bool const deletes = chance.oneIn(3);
     Changes const changes = randomChanges(chance, schema, seen);
     Rows const rows = randomRows(chance, seen);
-    auto const expected = deletes ? model.afterDelete(rows) : model.afterApply(changes);
+    auto expected = deletes ? model.afterDelete(rows) : model.afterApply(changes);
+    auto const renamed = randomRenaming(chance, schema);
+    if (renamed) {
+      ASSERT_EQ(peer.exec("ALTER TABLE t RENAME COLUMN " + *renamed + " TO renamed"), "ok");
+      if (deletes ? compares(schema, rows, *renamed) : compares(schema, changes, *renamed)) expected.reset();
+      ++tally.renamed;
+    }
     Changes results;
     DatabaseError const error = failureOf([&] {
       if (deletes)
@@ -362,6 +396,9 @@ void play(std::uint64_t seed, Tally& tally) {
       else
         results = writer.apply(schema, changes, noTask);
     });
+    if (renamed) {
+      ASSERT_EQ(peer.exec("ALTER TABLE t RENAME COLUMN renamed TO " + *renamed), "ok");
+    }
     EXPECT_EQ(error.code == -1, expected.has_value()) << error.detail;
     EXPECT_EQ(model.content(), expected.value_or(before)) << error.detail;
     EXPECT_EQ(results.size(), expected && !deletes ? changes.size() : 0);
@@ -380,6 +417,7 @@ TEST_P(DatabaseWriterModel, ChangesExactlyTheRowsThatAPersonSawOrNothing) {
   }
   EXPECT_GE(tally.done, 200);
   EXPECT_GE(tally.refused, 200);
+  EXPECT_GE(tally.renamed, 100);
 }
 
 INSTANTIATE_TEST_SUITE_P(FromSeed, DatabaseWriterModel, testing::Values(0, 1000, 2000, 3000),

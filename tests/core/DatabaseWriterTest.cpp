@@ -7,17 +7,16 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <thread>
 
 #include "core/SQLiteConnection.hpp"
 #include "platform/TaskCancellation.hpp"
+#include "support/EditScene.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
-#include "support/NoTask.hpp"
+#include "support/HostileDatabases.hpp"
 #include "support/SQLitePeer.hpp"
-#include "support/TableRows.hpp"
-#include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
 #include "support/ValueText.hpp"
@@ -31,22 +30,7 @@ using Values = std::vector<SQLiteValue>;
 DatabaseError const staleEdit("This row changed in another application. Refresh before editing.", 1);
 DatabaseError const staleDelete("This row changed externally. Refresh before deleting.", 1);
 
-/// A database with a writer on it, and the table "t" as a person sees it who has just read it.
-struct Scene {
-  explicit Scene(std::string const& sql, RowValues values = RowValues::asInAPage)
-      : database(sql), schema(schemaOf(database.path(), "t")), rows(rowsOf(database.path(), schema, values)) {
-    writer.open(database.path());
-  }
-
-  Changes apply(Changes const& changes) { return writer.apply(schema, changes, noTask); }
-  void deleteRows(std::vector<DatabaseRow> const& deleted) { writer.deleteRows(schema, deleted, noTask); }
-  std::string content() const { return database.rows("SELECT * FROM t"); }
-
-  TemporaryDatabase const database;
-  TableSchema schema;
-  std::vector<DatabaseRow> rows;
-  DatabaseWriter writer;
-};
+using Scene = EditScene;
 
 std::string const twoRows = "CREATE TABLE t(id INTEGER PRIMARY KEY, a, b); INSERT INTO t VALUES (1,'x',10),(2,'y',20);";
 
@@ -107,14 +91,21 @@ TEST(DatabaseWriter, IsClosedAfterAnyOtherFailureToOpen) {
 
 TEST(DatabaseWriter, RefusesASnapshot) {
   TemporaryFolder const folder;
-  setenv("XDG_DATA_HOME", folder.path().c_str(), 1);
+  Environment const home("XDG_DATA_HOME", folder.path());
   std::filesystem::create_directories(folder / "Tolva/Snapshots");
   TemporaryDatabase const snapshot(folder, "Tolva/Snapshots/database.sqlite", "CREATE TABLE t(a)");
   DatabaseWriter writer;
   EXPECT_EQ(failureOf([&] { writer.open(snapshot.path()); }),
             DatabaseError("Historical snapshots cannot be modified.", 8));
   EXPECT_FALSE(writer.isOpen());
-  unsetenv("XDG_DATA_HOME");
+}
+
+TEST(DatabaseWriter, OpensNoFileByTheBeginningOfItsName) {
+  Scene scene(twoRows);
+  DatabaseWriter writer;
+  EXPECT_EQ(failureOf([&] { writer.open(scene.database.path().string() + std::string("\0x", 2)); }),
+            DatabaseError("unable to open database file", SQLITE_CANTOPEN));
+  EXPECT_FALSE(writer.isOpen());
 }
 
 TEST(DatabaseWriter, LeavesTheOldDatabaseForTheNew) {
@@ -157,22 +148,40 @@ TEST(DatabaseWriter, ChangesTwoCellsOfOneRowAtOnce) {
   EXPECT_EQ(scene.database.rows("SELECT * FROM log"), "new") << "one statement, so the trigger ran once";
 }
 
-std::vector<std::string> statements;
+/// Calls `entry` with every connection that opens in its scope.
+class AutoExtension {
+ public:
+  explicit AutoExtension(int (*entry)(sqlite3*, char**, void const*)) : entry_(reinterpret_cast<void (*)()>(entry)) {
+    sqlite3_auto_extension(entry_);
+  }
+  ~AutoExtension() { sqlite3_cancel_auto_extension(entry_); }
+  AutoExtension(AutoExtension const&) = delete;
+  AutoExtension& operator=(AutoExtension const&) = delete;
 
-/// Keeps what every connection that opens from now on runs, with its parameters in place, in `statements`.
-void traceStatements() {
-  auto const install = [](sqlite3* db, char**, void const*) {
-    auto const keep = [](unsigned, void*, void* statement, void*) {
-      char* const sql = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
-      statements.emplace_back(sql);
-      sqlite3_free(sql);
-      return 0;
-    };
+ private:
+  void (*const entry_)();
+};
+
+/// Keeps what every connection that opens in its scope runs, with its parameters in place. One scope at a time.
+class TracedStatements {
+ public:
+  TracedStatements() : extension_(install) { kept_.clear(); }
+  std::vector<std::string> const& texts() const { return kept_; }
+
+ private:
+  static int install(sqlite3* db, char**, void const*) {
     return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, keep, nullptr);
-  };
-  int (*const entry)(sqlite3*, char**, void const*) = install;
-  sqlite3_auto_extension(reinterpret_cast<void (*)()>(entry));
-}
+  }
+  static int keep(unsigned, void*, void* statement, void*) {
+    char* const sql = sqlite3_expanded_sql(static_cast<sqlite3_stmt*>(statement));
+    kept_.emplace_back(sql);
+    sqlite3_free(sql);
+    return 0;
+  }
+
+  static inline std::vector<std::string> kept_;
+  AutoExtension const extension_;
+};
 
 TEST(DatabaseWriter, RunsOneGuardedStatementForARow) {
   std::string const sql =
@@ -181,23 +190,24 @@ TEST(DatabaseWriter, RunsOneGuardedStatementForARow) {
   TemporaryDatabase const database(sql);
   TableSchema const schema = schemaOf(database.path(), "t");
   DatabaseRow const row = rowsOf(database.path(), schema)[0];
-  traceStatements();
+  TracedStatements const traced;
   DatabaseWriter writer;
   writer.open(database.path());
   Changes const results = writer.apply(schema, {{row, "b", "new"}, {row, "a", 1.5}, {row, "b", "newer"}}, noTask);
   writer.deleteRows(schema, {{{1.5, "k", "newer", SQLiteValue::largeBlob(1), "newer"}, row.identity}}, noTask);
   writer.insert(schema, {{"l", 1}, {"k", 2}, {"c", 3}});
   EXPECT_EQ(
-      statements,
+      traced.texts(),
       (std::vector<std::string>{
           "PRAGMA foreign_keys = ON", "BEGIN IMMEDIATE",
+          R"(SELECT 1,"t"."l","t"."k","t"."b","t"."a","t"."b" FROM "t" LIMIT 0)",
           R"(UPDATE "t" SET "b" = 'new',"a" = 1.5,"b" = 'newer' WHERE "l" IS x'00' AND "k" IS 'k' AND "b" IS NULL)"
           R"( AND "a" IS 1 AND "b" IS NULL RETURNING "l","k")",
-          "COMMIT", "BEGIN IMMEDIATE",
+          "PRAGMA encoding", "COMMIT", "BEGIN IMMEDIATE",
+          R"(SELECT 1,"t"."l","t"."k","t"."a","t"."k","t"."b","t"."c" FROM "t" LIMIT 0)",
           R"(DELETE FROM "t" WHERE "l" IS x'00' AND "k" IS 'k' AND "a" IS 1.5 AND "k" IS 'k' AND "b" IS 'newer')"
           R"( AND "c" IS 'newer')",
-          "COMMIT", R"(INSERT INTO "t" ("k","l") VALUES (2,1))"}));
-  sqlite3_reset_auto_extension();
+          "COMMIT", R"(SELECT 1 FROM "t" LIMIT 0)", R"(INSERT INTO "t" ("k","l") VALUES (2,1))"}));
 }
 
 TEST(DatabaseWriter, ReturnsResultsRowByRowInTheOrderOfFirstChanges) {
@@ -318,9 +328,9 @@ TEST(DatabaseWriter, RefusesToEditWhatNoPersonSawWhole) {
     SCOPED_TRACE(column);
     EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", "new"}, {scene.rows[0], column, 1}}); }), refusal);
   }
-  DatabaseRow short_ = scene.rows[0];
-  short_.values.resize(1);
-  EXPECT_EQ(failureOf([&] { scene.apply({{short_, "a", "new"}}); }), refusal);
+  DatabaseRow shortRow = scene.rows[0];
+  shortRow.values.resize(1);
+  EXPECT_EQ(failureOf([&] { scene.apply({{shortRow, "a", "new"}}); }), refusal);
   EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "x");
 }
 
@@ -369,7 +379,10 @@ TEST(DatabaseWriter, RefusesANewKeyThatCannotNameTheRow) {
   EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", Bytes(65'537)}}); }), refusal);
   EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", std::string(65'537, 'k')}}); }), refusal);
   EXPECT_EQ(scene.content(), "1");
-  EXPECT_EQ(scene.apply({{scene.rows[0], "a", Bytes(65'536)}})[0].row.identity, Values{Bytes(65'536)});
+  std::string const longest(65'536, 'k');
+  DatabaseRow const named = scene.apply({{scene.rows[0], "a", longest}})[0].row;
+  EXPECT_EQ(named.identity, Values{longest});
+  EXPECT_EQ(scene.apply({{named, "a", Bytes(65'536)}})[0].row.identity, Values{Bytes(65'536)});
   std::vector<DatabaseRow> const rows = rowsOf(scene.database.path(), scene.schema);
   EXPECT_EQ(failureOf([&] {
               scene.apply({{rows[0], "a", 1}});
@@ -441,7 +454,8 @@ TEST(DatabaseWriter, ComparesAsTheColumnDoes) {
   EXPECT_EQ(scene.content(), "1|new|2");
 }
 
-/// What is read of a text that is not UTF-8 is a repaired one, which must not come back into the database unseen.
+/// What is read of a text that is not UTF-8 is a repaired one, which must not come back into the database unseen. As an
+/// identity it is a marker: repaired, it could name another row.
 TEST(DatabaseWriter, MatchesNothingByARepairedText) {
   Scene scene(
       "CREATE TABLE t(a TEXT PRIMARY KEY, b, c) WITHOUT ROWID;"
@@ -449,15 +463,28 @@ TEST(DatabaseWriter, MatchesNothingByARepairedText) {
   std::string const before = scene.database.rows("SELECT hex(a), hex(b), c FROM t");
   DatabaseRow const& brokenKey = scene.rows[0];
   DatabaseRow const& brokenValue = scene.rows[1];
-  ASSERT_EQ(brokenKey.identity, Values{"a\uFFFD"});
+  ASSERT_EQ(brokenKey.identity, Values{SQLiteValue::largeText(4)});
   ASSERT_EQ(brokenValue.values[1], SQLiteValue("b\uFFFD"));
-  EXPECT_EQ(failureOf([&] { scene.apply({{brokenKey, "b", 7}}); }), staleEdit);
+  EXPECT_EQ(failureOf([&] {
+              scene.apply({{brokenKey, "b", 7}});
+            }),
+            DatabaseError("This row has no usable stable identity.", 1));
   EXPECT_EQ(failureOf([&] { scene.apply({{brokenValue, "b", 7}}); }), staleEdit);
-  EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenKey}); }), staleDelete);
+  EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenKey}); }), DatabaseError("This row has no usable identity.", 1));
   EXPECT_EQ(failureOf([&] { scene.deleteRows({brokenValue}); }), staleDelete);
   EXPECT_EQ(scene.database.rows("SELECT hex(a), hex(b), c FROM t"), before);
   scene.apply({{brokenValue, "c", 4}});
   EXPECT_EQ(scene.database.rows("SELECT hex(b), c FROM t WHERE a = 'k'"), "62FE|4") << "the broken text is untouched";
+}
+
+TEST(DatabaseWriter, RefusesANewKeyThatNamesAnotherRowWhenRepaired) {
+  Scene scene("CREATE TABLE t(a TEXT PRIMARY KEY, b) WITHOUT ROWID; INSERT INTO t VALUES ('a\uFFFD', 1), ('k', 1)");
+  ASSERT_EQ(scene.rows[1].identity, Values{"k"});
+  EXPECT_EQ(failureOf([&] {
+              scene.apply({{scene.rows[1], "a", "a\xff"}});
+            }),
+            DatabaseError("The edited primary key exceeds the inline-edit size limit.", 1));
+  EXPECT_EQ(scene.content(), "a\uFFFD|1\nk|1");
 }
 
 TEST(DatabaseWriter, RefusesAnEditOfMoreThanOneRow) {
@@ -484,6 +511,61 @@ TEST(DatabaseWriter, TakesNoGoneColumnForAString) {
                     "\"b\" IS ?]",
                     1));
   EXPECT_EQ(scene.content(), "other|x|c");
+}
+
+/// A connection goes on with the schema that it remembers until it runs a statement.
+TEST(DatabaseWriter, TakesNoGoneColumnForAStringAlsoWhereItKnowsTheOldSchema) {
+  std::string const table = "CREATE TABLE t(id TEXT PRIMARY KEY, a) WITHOUT ROWID; INSERT INTO t VALUES ('id', 'x')";
+  for (bool const deletes : {false, true}) {
+    SCOPED_TRACE(deletes ? "delete" : "edit");
+    Scene scene(table);
+    scene.apply({{scene.rows[0], "a", "x"}});
+    SQLitePeer peer(scene.database.path());
+    ASSERT_EQ(peer.exec("ALTER TABLE t RENAME COLUMN id TO key; UPDATE t SET key = 'other'"), "ok");
+    DatabaseError const error = failureOf([&] {
+      if (deletes)
+        scene.deleteRows({scene.rows[0]});
+      else
+        scene.apply({{scene.rows[0], "a", "new"}});
+    });
+    EXPECT_EQ(error.detail.substr(0, error.detail.find(" [")), "no such column: t.id");
+    EXPECT_EQ(scene.content(), "other|x");
+  }
+}
+
+TEST(DatabaseWriter, EditsByTheSchemaThatAnotherProcessLeft) {
+  Scene scene(twoRows);
+  scene.apply({{scene.rows[1], "a", "y"}});
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("ALTER TABLE t ADD COLUMN c DEFAULT 5"), "ok");
+  scene.apply({{scene.rows[0], "a", "new"}});
+  scene.deleteRows({scene.rows[1]});
+  EXPECT_EQ(scene.content(), "1|new|10|5");
+}
+
+/// SQLite itself refuses this in every journal mode but WAL.
+TEST(DatabaseWriter, ChangesNoFileThatHasLostItsName) {
+  DatabaseError const refusal("attempt to write a readonly database", SQLITE_READONLY_DBMOVED);
+  for (std::string const mode : {"DELETE", "WAL"}) {
+    for (bool const replaced : {false, true}) {
+      SCOPED_TRACE(mode + (replaced ? ", replaced" : ", removed"));
+      Scene scene("PRAGMA journal_mode = " + mode + "; " + twoRows);
+      scene.apply({{scene.rows[0], "a", "x"}});
+      TemporaryDatabase const other("PRAGMA journal_mode = " + mode + "; " + twoRows);
+      if (replaced)
+        std::filesystem::rename(other.path(), scene.database.path());
+      else
+        std::filesystem::remove(scene.database.path());
+      EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", "new"}}); }), refusal);
+      EXPECT_EQ(failureOf([&] { scene.deleteRows({scene.rows[0]}); }), refusal);
+      EXPECT_EQ(failureOf([&] { scene.writer.insert(scene.schema, {}); }), refusal);
+      scene.writer.close();
+      if (replaced) {
+        EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
+        EXPECT_EQ(scene.database.rows("PRAGMA integrity_check"), "ok");
+      }
+    }
+  }
 }
 
 TEST(DatabaseWriter, TellsThatAnotherProcessHoldsTheLock) {
@@ -575,20 +657,28 @@ TEST(DatabaseWriter, TouchesNothingForACancelledTask) {
   EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
 }
 
-std::stop_source taskToStop;
+/// Gives every connection that opens in its scope the SQL function stop_task(), which cancels the task. One scope at a
+/// time.
+class StopTaskFunction {
+ public:
+  StopTaskFunction() : extension_(install) {}
+  std::stop_token newTask() {
+    task_ = {};
+    return task_.get_token();
+  }
 
-/// Gives every connection that opens from now on the SQL function stop_task(), which cancels `taskToStop`.
-void registerStopTask() {
-  auto const install = [](sqlite3* db, char**, void const*) {
-    auto const stop = [](sqlite3_context*, int, sqlite3_value**) { taskToStop.request_stop(); };
+ private:
+  static int install(sqlite3* db, char**, void const*) {
     return sqlite3_create_function(db, "stop_task", 0, SQLITE_UTF8, nullptr, stop, nullptr, nullptr);
-  };
-  int (*const entry)(sqlite3*, char**, void const*) = install;
-  sqlite3_auto_extension(reinterpret_cast<void (*)()>(entry));
-}
+  }
+  static void stop(sqlite3_context*, int, sqlite3_value**) { task_.request_stop(); }
+
+  static inline std::stop_source task_;
+  AutoExtension const extension_;
+};
 
 TEST(DatabaseWriter, TakesEverythingBackForATaskThatIsCancelledBetweenRows) {
-  registerStopTask();
+  StopTaskFunction function;
   Scene scene(twoRows +
               "CREATE TRIGGER u AFTER UPDATE ON t BEGIN SELECT stop_task(); END;"
               "CREATE TRIGGER d AFTER DELETE ON t BEGIN SELECT stop_task(); END");
@@ -600,13 +690,10 @@ TEST(DatabaseWriter, TakesEverythingBackForATaskThatIsCancelledBetweenRows) {
       changes.pop_back();
       rows.pop_back();
     }
-    taskToStop = {};
-    EXPECT_THROW(scene.writer.apply(scene.schema, changes, taskToStop.get_token()), TaskCancelled);
-    taskToStop = {};
-    EXPECT_THROW(scene.writer.deleteRows(scene.schema, rows, taskToStop.get_token()), TaskCancelled);
+    EXPECT_THROW(scene.writer.apply(scene.schema, changes, function.newTask()), TaskCancelled);
+    EXPECT_THROW(scene.writer.deleteRows(scene.schema, rows, function.newTask()), TaskCancelled);
     EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
   }
-  sqlite3_reset_auto_extension();
 }
 
 TEST(DatabaseWriter, StopsTheRunningStatementForAnotherThread) {
@@ -636,6 +723,27 @@ TEST(DatabaseWriter, StopsTheRunningStatementForAnotherThread) {
     EXPECT_EQ(error.errorDescription(), "Cancelled");
   }
   EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
+}
+
+/// A statement that is being prepared hears no cancel, and the connection may know an older schema.
+TEST(DatabaseWriter, IsNotHeldUpByATriggerThatDoubles) {
+  Scene scene(twoRows);
+  scene.apply({{scene.rows[0], "a", "x"}});
+  std::string triggers;
+  for (std::string const event : {"UPDATE", "DELETE", "INSERT"}) {
+    triggers += "CREATE TRIGGER after_" + event + " AFTER " + event + " ON t BEGIN " + doublingQuery() + "; END;";
+  }
+  scene.database.run(triggers);
+  EXPECT_EQ(failureOf([&] {
+              scene.apply({{scene.rows[0], "a", "new"}});
+            }),
+            DatabaseError("out of memory", SQLITE_NOMEM));
+  EXPECT_EQ(failureOf([&] { scene.deleteRows({scene.rows[0]}); }).code, SQLITE_NOMEM);
+  EXPECT_EQ(failureOf([&] { scene.writer.insert(scene.schema, {}); }).code, SQLITE_NOMEM);
+  EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
+  scene.database.run("DROP TRIGGER after_UPDATE");
+  scene.apply({{scene.rows[0], "a", "new"}});
+  EXPECT_EQ(scene.content(), "1|new|10\n2|y|20");
 }
 
 TEST(DatabaseWriter, ServesCallersOneAfterTheOther) {
@@ -757,6 +865,26 @@ TEST(DatabaseWriter, RefusesToDeleteARowOfAnotherShape) {
   row.values.pop_back();
   EXPECT_EQ(failureOf([&] { scene.deleteRows({row}); }), DatabaseError("This row has no usable identity.", 1));
   EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
+}
+
+/// SQLite takes expressions up to 1,000 deep and counts a chain of AND by its length.
+TEST(DatabaseWriter, ChangesTablesAsWideAsTheyCanBeRead) {
+  for (std::size_t const count : {499U, 500U, 999U, 1001U, 1999U}) {
+    SCOPED_TRACE(count);
+    std::string columns = "c0";
+    for (std::size_t column = 1; column < count; ++column) columns += ",c" + std::to_string(column);
+    Scene scene("CREATE TABLE t(" + columns + "); INSERT INTO t(c0) VALUES (1), (2)");
+    Changes changes;
+    for (DatabaseColumn const& column : scene.schema.columns) changes.push_back({scene.rows[0], column.name, 5});
+    DatabaseRow const row = scene.apply(changes)[0].row;
+    EXPECT_EQ(row.values, Values(count, 5));
+    EXPECT_EQ(failureOf([&] { scene.deleteRows({scene.rows[0]}); }), staleDelete);
+    DatabaseRow other = row;
+    other.values.back() = 6;
+    EXPECT_EQ(failureOf([&] { scene.deleteRows({other}); }), staleDelete) << "the last column is compared too";
+    scene.deleteRows({row});
+    EXPECT_EQ(scene.database.rows("SELECT c0 FROM t"), "2");
+  }
 }
 
 TEST(DatabaseWriter, EditsManyShapesInOneTransaction) {

@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "core/SQLiteStatement.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
@@ -176,18 +177,6 @@ TEST(SQLiteConnection, LeavesNothingBehindWhenItIsCancelledWhileItOpens) {
   }
   ended = true;
 }
-
-/// Gives the variable a value for a scope.
-class Environment {
- public:
-  Environment(char const* name, std::string const& value) : name_(name) { setenv(name, value.c_str(), 1); }
-  ~Environment() { unsetenv(name_); }
-  Environment(Environment const&) = delete;
-  Environment& operator=(Environment const&) = delete;
-
- private:
-  char const* name_;
-};
 
 TEST(SQLiteConnection, WritesForAUserWithoutAHome) {
   TemporaryFolder folder;

@@ -88,4 +88,13 @@ void writeManyKinds(std::filesystem::path const& path) {
   pages.write(path);
 }
 
+std::string doublingQuery() {
+  std::string query = "WITH a0 AS (SELECT 1 AS x)";
+  for (int table = 1; table < 40; ++table) {
+    std::string const half = "SELECT * FROM a" + std::to_string(table - 1);
+    query += ", a" + std::to_string(table) + " AS (" + half + " UNION ALL " + half + ")";
+  }
+  return query + " SELECT * FROM a39";
+}
+
 }  // namespace tolva

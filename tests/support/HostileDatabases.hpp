@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <string>
 
 namespace tolva {
 
@@ -26,5 +27,9 @@ void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes = 100'0
 
 /// 14,000 entries of as many kinds, each a text of 62 KB: 7 MB, since the kinds share most of their pages.
 void writeManyKinds(std::filesystem::path const& path);
+
+/// A query of one number that takes more time and memory to prepare than there is: of forty tables that it names, each is
+/// twice the one before.
+std::string doublingQuery();
 
 }  // namespace tolva

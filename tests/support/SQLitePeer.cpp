@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/SQLitePeer.hpp"
 
+#include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -43,6 +44,11 @@ SQLitePeer::SQLitePeer(std::filesystem::path const& database) {
 SQLitePeer::~SQLitePeer() {
   channel_.reset();  // the end of its input is the end of the peer
   ::waitpid(process_, nullptr, 0);
+}
+
+void SQLitePeer::kill() {
+  ::kill(process_, SIGKILL);
+  ::waitid(P_PID, static_cast<id_t>(process_), nullptr, WEXITED | WNOWAIT);
 }
 
 std::string SQLitePeer::exec(std::string const& sql) { return ask("exec " + sql); }

@@ -25,6 +25,9 @@ class SQLitePeer {
   /// The result of `sql` as `rowsAsText` writes it, or "error CODE MESSAGE".
   std::string rows(std::string const& sql);
 
+  /// Ends it as a crash would, without a close. It takes nothing more.
+  void kill();
+
  private:
   std::string ask(std::string const& line);
   std::string readLine();

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/TableRows.hpp"
 
+#include "core/IdentityValue.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -21,12 +22,6 @@ std::string selectRows(TableSchema const& schema) {
   selected.insert(selected.end(), schema.identity.begin(), schema.identity.end());
   std::string const sql = "SELECT " + quotedList(selected) + " FROM " + quoteIdentifier(schema.object.name);
   return schema.identity.empty() ? sql : sql + " ORDER BY " + quotedList(schema.identity);
-}
-
-SQLiteValue identityValue(SQLiteStatement const& row, int column) {
-  SQLiteValue const value = row.value(column, /*full=*/false);
-  bool const small = value.asLargeBlob() && value.asLargeBlob()->bytes <= 65'536;
-  return small ? row.value(column, /*full=*/true) : value;
 }
 
 }  // namespace

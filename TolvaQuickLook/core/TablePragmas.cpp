@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/TablePragmas.hpp"
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+
+#include "core/MemoryBudget.hpp"
+#include "core/SQLIdentifier.hpp"
+
+namespace tolva {
+namespace {
+
+using namespace std::chrono_literals;
+
+// What resolving the views of a file may take.
+constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
+constexpr auto resolvingTime = 50ms;
+
+std::vector<ListedTable> readList(SQLiteConnection& connection, std::string const& pragma) {
+  SQLiteStatement row = connection.prepare(pragma);
+  std::vector<ListedTable> tables;
+  while (row.step()) {
+    tables.push_back({.name = row.value(1, /*full=*/false),
+                      .type = row.value(2, /*full=*/false),
+                      .withoutRowID = isOne(row, 4),
+                      .strict = isOne(row, 5)});
+  }
+  return tables;
+}
+
+}  // namespace
+
+std::optional<std::vector<ListedTable>> listTables(SQLiteConnection& connection, std::string const& database,
+                                                   std::string const& table) {
+  std::string const prefix = database.empty() ? "" : quoteIdentifier(database) + ".";
+  MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
+  try {
+    return readList(connection, "PRAGMA " + prefix + "table_list(" + quoteIdentifier(table) + ")");
+  } catch (DatabaseError const&) {
+    if (!budget.spent()) throw;
+    return std::nullopt;
+  }
+}
+
+bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }
+
+std::vector<DatabaseColumn> keyColumns(std::vector<DatabaseColumn> const& columns) {
+  std::vector<DatabaseColumn> key;
+  std::ranges::copy_if(columns, std::back_inserter(key), [](auto const& column) { return column.primaryKey > 0; });
+  std::ranges::stable_sort(key, {}, &DatabaseColumn::primaryKey);
+  return key;
+}
+
+std::vector<std::string> namesOf(std::vector<DatabaseColumn> const& columns) {
+  std::vector<std::string> names;
+  std::ranges::transform(columns, std::back_inserter(names), &DatabaseColumn::name);
+  return names;
+}
+
+}  // namespace tolva
