@@ -278,7 +278,7 @@ HostileCase const hostileFiles[] = {
     {"a view of 40 MB", writeLongList},
     {"one word of 150 MB", writeLongToken},
     {"an endless schema", writeEndlessSchema},
-    {"entries that share 100 MB", [](fs::path const& path) { writeSharedSQL(path); }},
+    {"entries that share 100 MB", writeSharedSQL},
     {"entries that share as much as may be read", [](fs::path const& path) { writeSharedSQL(path, 8'000'000, 20); }},
 };
 

@@ -54,11 +54,14 @@ void writeEndlessSchema(std::filesystem::path const& path) {
   pages.write(path);
 }
 
+void writeSharedSQL(std::filesystem::path const& path) { writeSharedSQL(path, 100'000'000, 1); }
+
 void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes, std::size_t times) {
   SchemaPages pages;
   std::string const cell =
       pages.cell({.type = "view", .name = "v", .table = "v", .sql = "create" + std::string(bytes, ' ')});
-  pages.append(pages.interior(std::vector(times, pages.leaf({cell}))), 300);
+  SchemaPages::Page const leaf = pages.leaf({cell});
+  pages.append(times == 1 ? leaf : pages.interior(std::vector(times, leaf)), 300);  // one child alone is damage
   pages.write(path);
 }
 

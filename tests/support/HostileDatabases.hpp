@@ -23,7 +23,8 @@ void writeMultiplyingViews(std::filesystem::path const& path);
 void writeEndlessSchema(std::filesystem::path const& path);
 
 /// 300 entries, `times` over, that share one SQL text of so many bytes, which is nothing but blanks.
-void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes = 100'000'000, std::size_t times = 1);
+void writeSharedSQL(std::filesystem::path const& path, std::size_t bytes, std::size_t times);
+void writeSharedSQL(std::filesystem::path const& path);
 
 /// 14,000 entries of as many kinds, each a text of 62 KB: 7 MB, since the kinds share most of their pages.
 void writeManyKinds(std::filesystem::path const& path);
