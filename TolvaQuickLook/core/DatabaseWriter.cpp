@@ -296,8 +296,13 @@ std::filesystem::path DatabaseWriter::modifySchema(SchemaChange const& change,
                                                    std::filesystem::path const& backupDirectory, std::stop_token task) {
   Turn const turn(turns_);
   SQLiteConnection& connection = db();
+  requireNamedFile(connection);
   std::filesystem::path backup = makeBackup(connection, backupDirectory, task);
-  connection.transaction([&] { connection.execute(change.sql()); }, task);
+  auto const applyChange = [&] {
+    requireNamedFile(connection);
+    connection.execute(change.sql());
+  };
+  connection.transaction(applyChange, task);
   return backup;
 }
 

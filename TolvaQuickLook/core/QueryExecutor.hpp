@@ -35,8 +35,12 @@ class SQLiteStatement;
 /// SQLite's failures pass through as `DatabaseError`.
 ///
 /// A statement that reads is stepped no further than the pages that were asked for, and until its end it keeps a read
-/// transaction open, which can hold back a checkpoint; `close` ends it. A script may not ATTACH or DETACH, nor VACUUM, which
-/// attaches, and not set `query_only`, `writable_schema` or `foreign_keys`: "not authorized" (code 23).
+/// transaction open, which can hold back a checkpoint; `close` ends it. A script may not ATTACH or DETACH, nor VACUUM,
+/// which attaches, and not set `query_only`, `writable_schema` or `foreign_keys`: "not authorized" (code 23), of VACUUM
+/// "authorization denied".
+///
+/// In WAL mode a script also runs on a file that has lost its name, or whose name another has taken: what it changes
+/// then is not in the file of that name. `DatabaseMonitor` tells of this; open the file again.
 class TOLVA_EXPORT QueryExecutor {
  public:
   static constexpr std::int64_t pageRows = 500;

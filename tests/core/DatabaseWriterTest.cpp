@@ -559,6 +559,10 @@ TEST(DatabaseWriter, ChangesNoFileThatHasLostItsName) {
       EXPECT_EQ(failureOf([&] { scene.apply({{scene.rows[0], "a", "new"}}); }), refusal);
       EXPECT_EQ(failureOf([&] { scene.deleteRows({scene.rows[0]}); }), refusal);
       EXPECT_EQ(failureOf([&] { scene.writer.insert(scene.schema, {}); }), refusal);
+      TemporaryFolder const backups;
+      SchemaChange const change(SchemaChange::AddColumn{"t", {.name = "c", .type = "TEXT"}});
+      EXPECT_EQ(failureOf([&] { scene.writer.modifySchema(change, backups.path(), noTask); }), refusal);
+      EXPECT_TRUE(backups.names().empty());
       scene.writer.close();
       if (replaced) {
         EXPECT_EQ(scene.content(), "1|x|10\n2|y|20");
