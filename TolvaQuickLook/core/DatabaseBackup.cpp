@@ -9,14 +9,18 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <limits>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "core/DatabaseError.hpp"
+#include "core/OpenDatabases.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "platform/AtomicFile.hpp"
+#include "platform/FileNode.hpp"
 #include "platform/UUID.hpp"
 
 namespace tolva {
@@ -32,6 +36,8 @@ std::string newName() {
   auto const seconds = std::chrono::floor<std::chrono::seconds>(now).count();
   return std::string(prefix) + std::to_string(seconds) + "-" + UUID::make().text() + std::string(extension);
 }
+
+[[noreturn]] void failToOpen() { throw DatabaseError(sqlite3_errstr(SQLITE_CANTOPEN), SQLITE_CANTOPEN); }
 
 // Copying ------------------------------------------------------------------------------------------
 
@@ -64,40 +70,63 @@ struct NoCompanions {
   }
 };
 
+/// SQLite opens a file by its path, which may lead elsewhere by now: what is published must be what was copied into.
+void requireOpen(AtomicFile const& file) {
+  std::optional<FileNode> const node = fileNode(file.descriptor());
+  if (!node || !OpenDatabases::shared().contain(*node)) failToOpen();
+}
+
 /// Nobody sees the copy before it is complete and flushed as a whole, so it needs neither a journal nor a flush on the
 /// way.
-void copyInto(std::filesystem::path const& path, SQLiteConnection const& source, std::stop_token const& task) {
+void copyInto(AtomicFile const& file, std::filesystem::path const& path, SQLiteConnection const& source,
+              std::stop_token const& task) {
   NoCompanions const after{path};
-  auto const copy = SQLiteConnection::open(path, {.readOnly = false, .create = true});
+  auto const copy = SQLiteConnection::open(path, {.readOnly = false});
+  requireOpen(file);
   copy->execute("PRAGMA journal_mode = OFF");
   copy->execute("PRAGMA synchronous = OFF");
   copyPages(source, *copy, task);
   copy->execute("PRAGMA journal_mode = DELETE");  // a copy of a database in WAL mode is in it as well
 }
 
+AtomicFile newFile(std::filesystem::path const& path) try {
+  return AtomicFile(path, {.prefix = ".tolva-backup-"});
+} catch (std::filesystem::filesystem_error const&) {
+  failToOpen();
+}
+
+void publish(AtomicFile& file, std::filesystem::path const& path) try {
+  file.publish(Publication::exclusive);
+} catch (std::filesystem::filesystem_error const&) {
+  std::error_code ignored;
+  if (file.published()) std::filesystem::remove(path, ignored);  // only the folder could not be flushed
+  throw DatabaseError(sqlite3_errstr(SQLITE_IOERR), SQLITE_IOERR);
+}
+
 /// The copy stands in a hidden sibling until it is whole: a partial one must never count as a backup.
 void writeCopy(SQLiteConnection const& source, std::filesystem::path const& path, std::stop_token const& task) {
-  int code = SQLITE_CANTOPEN;
-  try {
-    AtomicFile file(path, {.prefix = ".tolva-backup-"});
-    copyInto(path.parent_path() / file.sibling(), source, task);
-    code = SQLITE_IOERR;
-    file.publish(Publication::exclusive);
-  } catch (std::filesystem::filesystem_error const&) {
-    std::error_code ignored;
-    std::filesystem::remove(path, ignored);  // it can have its name already when the folder could not be flushed
-    throw DatabaseError(sqlite3_errstr(code), code);
-  }
+  AtomicFile file = newFile(path);
+  copyInto(file, path.parent_path() / file.sibling(), source, task);
+  publish(file, path);
 }
 
 // Pruning ------------------------------------------------------------------------------------------
 
-/// Nanoseconds since 1970; where the file system keeps no creation date, the distant past.
-std::int64_t createdAt(std::filesystem::path const& path) {
+using Moment = std::pair<std::int64_t, std::uint32_t>;  // seconds since 1970 and nanoseconds
+
+/// Where the file system keeps no creation date, the distant past.
+Moment createdAt(std::filesystem::path const& path) {
   struct statx status {};
   bool const known = ::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, &status) == 0 &&
                      (status.stx_mask & STATX_BTIME) != 0;
-  return known ? status.stx_btime.tv_sec * std::int64_t{1'000'000'000} + status.stx_btime.tv_nsec : 0;
+  return known ? Moment(status.stx_btime.tv_sec, status.stx_btime.tv_nsec)
+               : Moment(std::numeric_limits<std::int64_t>::min(), 0);
+}
+
+/// A person can look into a backup, or work on with it, and back that up in turn. The source of a backup is open, too.
+bool isOpenDatabase(std::filesystem::path const& path) {
+  std::optional<FileNode> const node = fileNode(path);
+  return node && OpenDatabases::shared().contain(*node);
 }
 
 bool isBackup(std::filesystem::directory_entry const& entry) {
@@ -107,7 +136,7 @@ bool isBackup(std::filesystem::directory_entry const& entry) {
 }
 
 void prune(std::filesystem::path const& directory, std::filesystem::path const& made) {
-  std::vector<std::pair<std::int64_t, std::filesystem::path>> others;
+  std::vector<std::pair<Moment, std::filesystem::path>> others;
   for (std::filesystem::directory_entry const& entry : std::filesystem::directory_iterator(directory)) {
     if (isBackup(entry) && entry.path().filename() != made.filename()) {
       others.emplace_back(createdAt(entry.path()), entry.path());
@@ -116,7 +145,7 @@ void prune(std::filesystem::path const& directory, std::filesystem::path const& 
   std::ranges::sort(others, std::greater());  // the newest first; of one moment by name, which holds the second
   for (std::size_t place = keptBeside; place < others.size(); ++place) {
     std::error_code ignored;
-    std::filesystem::remove(others[place].second, ignored);
+    if (!isOpenDatabase(others[place].second)) std::filesystem::remove(others[place].second, ignored);
   }
 }
 

@@ -56,6 +56,16 @@ struct Scene {
   std::shared_ptr<SQLiteConnection> connection;
 };
 
+/// Makes another folder the process's working one for a scope.
+struct WorkingFolder {
+  explicit WorkingFolder(std::filesystem::path const& folder) { std::filesystem::current_path(folder); }
+  ~WorkingFolder() { std::filesystem::current_path(before); }
+  WorkingFolder(WorkingFolder const&) = delete;
+  WorkingFolder& operator=(WorkingFolder const&) = delete;
+
+  std::filesystem::path const before = std::filesystem::current_path();
+};
+
 /// Creation dates of some file systems have steps of milliseconds.
 void letTimePass() { std::this_thread::sleep_for(10ms); }
 
@@ -86,7 +96,7 @@ TEST(DatabaseBackup, MakesTheFolderAndThoseAboveIt) {
 
 TEST(DatabaseBackup, AnswersWithAnAbsolutePath) {
   Scene scene;
-  std::filesystem::current_path(scene.folder.path());
+  WorkingFolder const working(scene.folder.path());
   EXPECT_EQ(makeBackup(*scene.connection, "backups", noTask).parent_path(), scene.backups);
 }
 
@@ -161,6 +171,39 @@ TEST(DatabaseBackup, PrunesNothingElse) {
   for (int backup = 0; backup < 5; ++backup) others.push_back(scene.backUp().filename());
   std::ranges::sort(others);
   EXPECT_EQ(scene.names(), others);
+}
+
+/// Of a database that lies among its own backups, and is the oldest there.
+TEST(DatabaseBackup, NeverPrunesItsSource) {
+  for (std::string const mode : {"DELETE", "WAL"}) {
+    SCOPED_TRACE(mode);
+    TemporaryFolder const folder;
+    TemporaryDatabase const source(folder, "backup-1.sqlite", "PRAGMA journal_mode = " + mode + ";" + twoRows);
+    auto const connection = SQLiteConnection::open(source.path(), {.readOnly = false});
+    for (int backup = 0; backup < 7; ++backup) {
+      letTimePass();
+      makeBackup(*connection, folder.path(), noTask);
+    }
+    EXPECT_EQ(source.rows("SELECT a FROM t"), "1\n2");
+    connection->execute("INSERT INTO t VALUES (3)");
+    EXPECT_EQ(source.rows("SELECT a FROM t"), "1\n2\n3");
+  }
+}
+
+TEST(DatabaseBackup, PrunesNoBackupThatIsOpen) {
+  Scene scene;
+  std::filesystem::path const first = scene.backUp();
+  auto opened = SQLiteConnection::open(first, {});
+  for (int backup = 0; backup < 6; ++backup) {
+    letTimePass();
+    scene.backUp();
+  }
+  EXPECT_EQ(rowsAsText(first, "SELECT a FROM t"), "1\n2");
+  EXPECT_EQ(scene.names().size(), 6U);
+  opened.reset();
+  scene.backUp();
+  EXPECT_FALSE(std::filesystem::exists(first));
+  EXPECT_EQ(scene.names().size(), 5U);
 }
 
 TEST(DatabaseBackup, LeavesWhatItCannotDelete) {
