@@ -296,11 +296,14 @@ std::filesystem::path DatabaseWriter::modifySchema(SchemaChange const& change,
                                                    std::filesystem::path const& backupDirectory, std::stop_token task) {
   Turn const turn(turns_);
   SQLiteConnection& connection = db();
+  std::string const sql = change.sql();
+  if (sql.find('\0') != sql.npos)
+    throw DatabaseError("The change contains a NUL character, where SQLite would stop reading. Remove it.");
   requireNamedFile(connection);
   std::filesystem::path backup = makeBackup(connection, backupDirectory, task);
   auto const applyChange = [&] {
     requireNamedFile(connection);
-    connection.execute(change.sql());
+    connection.execute(sql);
   };
   connection.transaction(applyChange, task);
   return backup;

@@ -79,7 +79,8 @@ class TOLVA_EXPORT DatabaseWriter {
   // Changing the schema ------------------------------------------------------------------------
 
   /// Makes a backup in `backupDirectory` (`makeBackup`), then the change in a transaction, and returns the path of the
-  /// backup, which stays when the change fails. A failed backup changes nothing.
+  /// backup, which stays when the change fails. A failed backup changes nothing. A change with a NUL in a name, type or
+  /// default is refused before that: SQLite would read its SQL no further.
   std::filesystem::path modifySchema(SchemaChange const& change, std::filesystem::path const& backupDirectory,
                                      std::stop_token task);
 

@@ -107,6 +107,24 @@ TEST(DatabaseWriterSchema, CutsADefaultThatGoesOnWithAnotherStatement) {
   EXPECT_EQ(scene.database.rows("SELECT a, b, c FROM t"), "1|2|1");
 }
 
+/// SQLite would read as far as the NUL and take that for the whole.
+TEST(DatabaseWriterSchema, RefusesANULBeforeItMakesABackup) {
+  std::string const nul("INT\0x", 5);
+  SchemaChange::Case const changes[] = {
+      SchemaChange::AddColumn{"t", {.name = "c", .type = nul, .required = true, .defaultSQL = "7"}},
+      SchemaChange::AddColumn{"t", {.name = "c", .type = "INT", .defaultSQL = std::string("7\0", 2)}},
+      SchemaChange::RenameTable{"t", nul},
+  };
+  for (SchemaChange::Case const& change : changes) {
+    Scene scene;
+    std::string const before = scene.schema();
+    EXPECT_EQ(failureOf([&] { scene.modify(change); }),
+              DatabaseError("The change contains a NUL character, where SQLite would stop reading. Remove it.", 1));
+    EXPECT_EQ(scene.schema(), before);
+    EXPECT_EQ(scene.backupCount(), 0);
+  }
+}
+
 TEST(DatabaseWriterSchema, ChangesNothingWithoutABackup) {
   Scene scene;
   std::string const before = scene.schema();
