@@ -50,14 +50,21 @@ QuerySpool::Row decoded(Bytes const& payload) try {
   throw DatabaseError("Query result is no longer available.");
 }
 
+/// The failure reads as that of SQLite, which would have made the file.
+std::filesystem::path newFile() try {
+  std::filesystem::path path = temporaryFolder() / ("tolva-query-" + UUID::make().text() + ".sqlite");
+  Descriptor const made(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!made) throwFileError("The file for the query result cannot be made", path);
+  return path;
+} catch (std::system_error const&) {
+  throw DatabaseError(sqlite3_errstr(SQLITE_CANTOPEN), SQLITE_CANTOPEN);
+}
+
 }  // namespace
 
 // The file -----------------------------------------------------------------------------------------
 
-QuerySpool::File::File() : path(temporaryFolder() / ("tolva-query-" + UUID::make().text() + ".sqlite")) {
-  Descriptor const made(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!made) throwFileError("The file for the query result cannot be made", path);
-}
+QuerySpool::File::File() : path(newFile()) {}
 
 QuerySpool::File::~File() {
   std::error_code ignored;

@@ -26,6 +26,7 @@ class QuerySpool {
  public:
   using Row = std::vector<SQLiteValue>;
 
+  /// Throws `DatabaseError`: code 14 where the temporary folder is missing, full or not the user's own.
   QuerySpool();
   QuerySpool(QuerySpool const&) = delete;
   QuerySpool& operator=(QuerySpool const&) = delete;

@@ -2,13 +2,14 @@
 #include "core/QuerySpool.hpp"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <limits>
 #include <regex>
 
 #include "platform/TaskCancellation.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -19,9 +20,6 @@ namespace {
 using Row = QuerySpool::Row;
 
 struct Scene {
-  Scene() { setenv("TMPDIR", folder.path().c_str(), 1); }
-  ~Scene() { unsetenv("TMPDIR"); }
-
   /// Copies the result of `sql` from position `first` on.
   void add(QuerySpool& spool, std::string const& sql, std::int64_t first = 0) {
     auto const copy = [&](QuerySpool::Writer& writer) {
@@ -32,6 +30,7 @@ struct Scene {
   }
 
   TemporaryFolder const folder;
+  Environment const temporary{"TMPDIR", folder.path()};
   std::shared_ptr<SQLiteConnection> const connection =
       SQLiteConnection::open({}, {.readOnly = false, .create = true, .inMemory = true});
 };
@@ -50,6 +49,21 @@ TEST(QuerySpool, IsAFileOfItsOwnerThatGoesWithIt) {
     EXPECT_EQ(status.st_mode & 0777, 0600U);
   }
   EXPECT_TRUE(std::filesystem::is_empty(path.parent_path()));
+}
+
+TEST(QuerySpool, CannotBeOpenedWithoutAPrivateFolder) {
+  DatabaseError const refusal("unable to open database file", SQLITE_CANTOPEN);
+  TemporaryFolder const folder;
+  {
+    Environment const temporary("TMPDIR", folder / "absent");
+    EXPECT_EQ(failureOf([] { QuerySpool(); }), refusal);
+  }
+  Environment const temporary("TMPDIR", folder.path());
+  std::string const name = "tolva-" + std::to_string(::geteuid());
+  std::filesystem::create_directory(folder / name);
+  ASSERT_EQ(::chmod((folder / name).c_str(), 0777), 0);
+  EXPECT_EQ(failureOf([] { QuerySpool(); }), refusal);
+  EXPECT_TRUE(std::filesystem::is_empty(folder / name));
 }
 
 TEST(QuerySpool, GivesRowsBackByPosition) {
