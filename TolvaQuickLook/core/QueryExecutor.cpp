@@ -54,9 +54,34 @@ int authorize(void*, int action, char const* name, char const* argument, char co
   }
 }
 
+// Backups ------------------------------------------------------------------------------------------
+
+bool hasLostItsName(SQLiteConnection const& connection) {
+  int moved = 0;
+  sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+/// Another connection to the same file, which reads it as it is now.
+std::shared_ptr<SQLiteConnection> anotherOn(SQLiteConnection const& connection) {
+  return SQLiteConnection::open(sqlite3_db_filename(connection.handle(), "main"), {.readOnly = true});
+}
+
 // The result ---------------------------------------------------------------------------------------
 
 bool reads(SQLiteStatement const& statement) { return sqlite3_stmt_readonly(statement.handle()) != 0; }
+
+/// Ends a statement that was given up between two rows, and takes back what it changed. SQLite would commit that, so
+/// the statement is made to fail first. In a transaction of the script its changes stay for the person to undo: the
+/// failure would undo all that came before as well.
+void abandon(SQLiteStatement const& statement) noexcept {
+  sqlite3* const db = statement.connection()->handle();
+  if (!reads(statement) && sqlite3_stmt_busy(statement.handle()) && sqlite3_get_autocommit(db)) {
+    sqlite3_interrupt(db);
+    sqlite3_step(statement.handle());
+  }
+  sqlite3_reset(statement.handle());
+}
 
 /// Where a copying of rows stands.
 struct Copied {
@@ -156,7 +181,13 @@ void QueryExecutor::backUpBefore(std::string_view sql, std::optional<std::filesy
                                  std::stop_token const& task) {
   if (connection_->readOnly() || !containsWord(sql, schemaWords)) return;
   if (!directory) throw DatabaseError("Schema changes require a backup location.");
-  makeBackup(*connection_, *directory, task);
+  makeBackup(holdsOldSnapshot() ? *anotherOn(*connection_) : *connection_, *directory, task);
+}
+
+/// Whether a result that still stands between two rows keeps the connection at what the database was when it began,
+/// while the script would see what others have written since. Inside a transaction the script sees no more either.
+bool QueryExecutor::holdsOldSnapshot() const {
+  return statement_ && sqlite3_get_autocommit(connection_->handle()) && !hasLostItsName(*connection_);
 }
 
 /// Runs the statements before the result's, which is kept before its first step. False if there is none.
@@ -171,10 +202,18 @@ bool QueryExecutor::runToResult(QueryScript& script, std::stop_token const& task
       statement_ = std::make_unique<SQLiteStatement>(*std::move(statement));
       return true;
     }
-    while (statement->step()) checkCancellation(task);
-    noteChangesSince(before);
+    runToEnd(*statement, before, task);
   }
   return false;
+}
+
+void QueryExecutor::runToEnd(SQLiteStatement& statement, std::int32_t changesBefore, std::stop_token const& task) try {
+  while (statement.step()) checkCancellation(task);
+  noteChangesSince(changesBefore);
+} catch (...) {
+  abandon(statement);
+  noteChangesSince(changesBefore);
+  throw;
 }
 
 /// SQLite's count has 32 bits and wraps.
@@ -211,18 +250,22 @@ QueryPage QueryExecutor::emptyPage() const {
 /// begin anew: so it is gone unless the fill succeeds.
 void QueryExecutor::fetchUpTo(std::int64_t target, std::stop_token const& task) {
   if (!statement_) return;
-  std::unique_ptr<SQLiteStatement> statement = std::move(statement_);
-  auto const copy = [&, first = fetched_](QuerySpool::Writer& spool) {
-    return copyRows(*statement, spool, {first, target}, task);
+  auto const copy = [&result = *statement_, first = fetched_, target, &task](QuerySpool::Writer& spool) {
+    return copyRows(result, spool, {first, target}, task);
   };
-  auto const [fetched, ended] = spool_->fill(copy, task);
-  fetched_ = fetched;
-  done_ = ended;
-  if (ended) {
+  try {
+    auto const [fetched, ended] = spool_->fill(copy, task);
+    fetched_ = fetched;
+    done_ = ended;
+  } catch (...) {
+    abandon(*statement_);
     noteChangesSince(changesBefore_);
-  } else {
-    statement_ = std::move(statement);
+    statement_.reset();
+    throw;
   }
+  if (!done_) return;
+  noteChangesSince(changesBefore_);
+  statement_.reset();
 }
 
 CellPreview QueryExecutor::preview(std::int64_t row, std::int64_t column, std::stop_token task) {

@@ -68,6 +68,10 @@ class TOLVA_EXPORT QueryExecutor {
   /// before its first page; one that fails stops the script, and what ran before stands unless the script began a
   /// transaction itself.
   ///
+  /// A statement that writes and is stopped between two rows, by `task` or because its rows cannot be kept, changes
+  /// nothing; in a transaction of the script its changes stay in that. When the failure comes after its last row, its
+  /// changes stand: `affected` of the later pages counts them. So it does whatever stands.
+  ///
   /// On a writable connection a text that names DROP or ALTER, in a comment too, first makes a backup in
   /// `backupDirectory` (`makeBackup`); without one it is refused and nothing runs.
   QueryPage start(std::string_view sql, std::optional<std::filesystem::path> const& backupDirectory,
@@ -94,7 +98,9 @@ class TOLVA_EXPORT QueryExecutor {
   void clearRun() REQUIRES(turns_);
   void backUpBefore(std::string_view sql, std::optional<std::filesystem::path> const& directory,
                     std::stop_token const& task) REQUIRES(turns_);
+  bool holdsOldSnapshot() const REQUIRES(turns_);
   bool runToResult(QueryScript& script, std::stop_token const& task) REQUIRES(turns_);
+  void runToEnd(SQLiteStatement& statement, std::int32_t changesBefore, std::stop_token const& task) REQUIRES(turns_);
   void noteChangesSince(std::int32_t before) REQUIRES(turns_);
   QueryPage pageAt(std::int64_t offset, std::stop_token const& task) REQUIRES(turns_);
   QueryPage emptyPage() const REQUIRES(turns_);

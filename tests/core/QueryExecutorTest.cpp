@@ -6,10 +6,10 @@
 
 #include <atomic>
 #include <cmath>
-#include <cstdlib>
 #include <thread>
 
 #include "platform/TaskCancellation.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/NoTask.hpp"
@@ -30,20 +30,35 @@ std::string numbers(int count) {
   return "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " + std::to_string(count) + ") ";
 }
 
+/// Installs an extension in every connection that is opened while it lives: the tests cannot reach the executor's.
+class Extension {
+ public:
+  using Install = int (*)(sqlite3*, char const**, sqlite3_api_routines const*);
+
+  explicit Extension(Install install) : install_(reinterpret_cast<void (*)()>(install)) {
+    sqlite3_auto_extension(install_);
+  }
+  ~Extension() { sqlite3_cancel_auto_extension(install_); }
+  Extension(Extension const&) = delete;
+  Extension& operator=(Extension const&) = delete;
+
+ private:
+  void (*const install_)();
+};
+
 struct Scene {
   explicit Scene(std::string const& sql = "CREATE TABLE t(a); INSERT INTO t VALUES (1),(2),(3);",
                  Access access = Access::writable)
       : database(folder, "a.db", sql) {
-    setenv("TMPDIR", folder.path().c_str(), 1);
     executor.open(database.path(), access == Access::readOnly);
   }
-  ~Scene() { unsetenv("TMPDIR"); }
 
   QueryPage start(std::string_view sql) { return executor.start(sql, {}, noTask); }
   QueryPage startWithBackups(std::string_view sql) { return executor.start(sql, backups, noTask); }
   QueryPage page(std::int64_t offset) { return executor.page(offset, noTask); }
 
-  std::ptrdiff_t spools() const { return entries(folder / ("tolva-" + std::to_string(::geteuid()))); }
+  std::filesystem::path spoolFolder() const { return folder / ("tolva-" + std::to_string(::geteuid())); }
+  std::ptrdiff_t spools() const { return entries(spoolFolder()); }
   std::ptrdiff_t backupCount() const { return entries(backups); }
 
   static std::ptrdiff_t entries(std::filesystem::path const& of) {
@@ -52,6 +67,7 @@ struct Scene {
   }
 
   TemporaryFolder folder;
+  Environment const temporary{"TMPDIR", folder.path()};
   std::filesystem::path const backups = folder / "backups";
   TemporaryDatabase const database;
   QueryExecutor executor{PreviewHelpers("/nonexistent")};
@@ -313,6 +329,18 @@ TEST(QueryExecutor, MakesABackupBeforeASchemaChange) {
   EXPECT_EQ(scene.backupCount(), 5);
 }
 
+/// A result that stands between two pages keeps its connection at what the database was then.
+TEST(QueryExecutor, BacksUpWhatOthersWroteSinceTheLastPage) {
+  Scene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);" + numbers(2'000) + "INSERT INTO t SELECT i FROM n");
+  ASSERT_FALSE(scene.start("SELECT a FROM t").finished);
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("INSERT INTO t VALUES ('precious')"), "ok");
+  scene.startWithBackups("DROP TABLE t");
+  ASSERT_EQ(scene.backupCount(), 1);
+  EXPECT_EQ(rowsAsText(std::filesystem::directory_iterator(scene.backups)->path(), "SELECT count(*), max(a) FROM t"),
+            "2001|precious");
+}
+
 TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
   Scene scene;
   scene.start("BEGIN; INSERT INTO t VALUES (4)");
@@ -336,23 +364,19 @@ TEST(QueryExecutor, MakesNoBackupOnAReadOnlyConnection) {
 
 std::int64_t rowsStepped;  // by the function `count_step`, which the tests' statements call for each row
 
-/// SQLite's automatic extensions give it to the connection, which no test can reach.
-void countSteps() {
-  auto* const install = +[](sqlite3* db, char const**, sqlite3_api_routines const*) {
-    return sqlite3_create_function(
-        db, "count_step", 1, SQLITE_UTF8, nullptr,
-        [](sqlite3_context* context, int, sqlite3_value** values) {
-          ++rowsStepped;
-          sqlite3_result_value(context, values[0]);
-        },
-        nullptr, nullptr);
-  };
-  sqlite3_auto_extension(reinterpret_cast<void (*)()>(install));
-  rowsStepped = 0;
+int installCountStep(sqlite3* db, char const**, sqlite3_api_routines const*) {
+  return sqlite3_create_function(
+      db, "count_step", 1, SQLITE_UTF8, nullptr,
+      [](sqlite3_context* context, int, sqlite3_value** values) {
+        ++rowsStepped;
+        sqlite3_result_value(context, values[0]);
+      },
+      nullptr, nullptr);
 }
 
 TEST(QueryExecutor, StepsNoFurtherThanThePagesAskedFor) {
-  countSteps();
+  Extension const extension(installCountStep);
+  rowsStepped = 0;
   Scene scene;
   QueryPage page = scene.start(numbers(1'000'000) + "SELECT count_step(i) FROM n");
   EXPECT_EQ(page.rows.size(), 500U);
@@ -404,7 +428,7 @@ TEST(QueryExecutor, TakesAnyOffset) {
 constexpr int storedAround = 20;
 
 TEST(QueryExecutor, StopsAFillAbove4MiB) {
-  countSteps();
+  Extension const extension(installCountStep);
   for (int const less : {0, 1}) {
     SCOPED_TRACE(less);
     Scene scene;
@@ -484,18 +508,20 @@ TEST(QueryExecutor, NoticesACancelledTask) {
   EXPECT_EQ(rowsOf(scene.page(0)), "1\n2\n3");
 }
 
-/// Gives SQL a function `stop_task` that requests the stop of a task, from within the statement.
 std::stop_source stoppedBySQL;
 
+/// Gives SQL a function `stop_task` that requests the stop of a task at 700, from within the statement.
+int installStopTask(sqlite3* db, char const**, sqlite3_api_routines const*) {
+  return sqlite3_create_function(
+      db, "stop_task", 1, SQLITE_UTF8, nullptr,
+      [](sqlite3_context*, int, sqlite3_value** values) {
+        if (sqlite3_value_int(values[0]) == 700) stoppedBySQL.request_stop();
+      },
+      nullptr, nullptr);
+}
+
 TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
-  sqlite3_auto_extension(reinterpret_cast<void (*)()>(+[](sqlite3* db, char const**, sqlite3_api_routines const*) {
-    return sqlite3_create_function(
-        db, "stop_task", 1, SQLITE_UTF8, nullptr,
-        [](sqlite3_context*, int, sqlite3_value** values) {
-          if (sqlite3_value_int(values[0]) == 700) stoppedBySQL.request_stop();
-        },
-        nullptr, nullptr);
-  }));
+  Extension const extension(installStopTask);
   std::string const rows = numbers(1'000'000) + "SELECT i, stop_task(i) FROM n";
   Scene scene;
   for (std::string const& script : {rows + "; SELECT 2", rows}) {
@@ -510,6 +536,95 @@ TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
   EXPECT_EQ(scene.page(0).rows.size(), 500U);
   EXPECT_TRUE(scene.page(500).rows.empty());
   EXPECT_FALSE(scene.page(500).finished);
+}
+
+struct StoppedCase {
+  char const* says;
+  char const* before;  // a script that runs before
+  char const* sql;
+  char const* content;  // of the table on the executor's connection afterwards
+  std::int64_t affected;
+};
+
+/// A task that is cancelled when it is looked at between two rows.
+StoppedCase const stoppedCases[] = {
+    {"the result", "", "UPDATE t SET a = a + 10 RETURNING a, stop_task(700)", "1,2,3", 0},
+    {"a result of many rows", "", "INSERT INTO t SELECT value FROM n RETURNING a, stop_task(a)", "1,2,3", 0},
+    {"rows that are dropped", "", "DELETE FROM t RETURNING stop_task(700); SELECT 1", "1,2,3", 0},
+    {"behind another change", "", "INSERT INTO t VALUES (4); DELETE FROM t RETURNING stop_task(700)", "1,2,3,4", 1},
+    {"a result in a transaction of the script", "BEGIN; INSERT INTO t VALUES (4)",
+     "DELETE FROM t WHERE a < 3 RETURNING a, stop_task(700)", "3,4", 2},
+    {"dropped rows in a transaction of the script", "BEGIN; INSERT INTO t VALUES (4)",
+     "DELETE FROM t WHERE a < 3 RETURNING stop_task(700); SELECT 1", "3,4", 2},
+};
+
+TEST(QueryExecutor, TakesBackAChangeThatIsStoppedBetweenRows) {
+  Extension const extension(installStopTask);
+  for (StoppedCase const& one : stoppedCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene("CREATE TABLE t(a); INSERT INTO t VALUES (1),(2),(3); CREATE TABLE n(value);" + numbers(2'000) +
+                "INSERT INTO n SELECT i FROM n");
+    scene.start(one.before);
+    stoppedBySQL = {};
+    EXPECT_THROW(scene.executor.start(one.sql, {}, stoppedBySQL.get_token()), TaskCancelled);
+    QueryPage const page = scene.page(0);
+    EXPECT_TRUE(page.rows.empty());
+    EXPECT_EQ(page.affected, one.affected);
+    EXPECT_EQ(rowsOf(scene.start("SELECT group_concat(a) FROM (SELECT a FROM t ORDER BY a)")), one.content);
+  }
+}
+
+/// Lets the disk of the spool fill up at its n-th call.
+DatabaseError startWithFullSpool(Scene& scene, long call, std::string const& sql) {
+  scene.start("SELECT 1");  // makes the folder
+  return failureOf([&] {
+    EXPECT_TRUE(
+        FaultInjector::failing(scene.spoolFolder(), call, ENOSPC, /*persistent=*/true, [&] { scene.start(sql); }));
+  });
+}
+
+TEST(QueryExecutor, TakesBackAChangeWhoseRowsCannotBeKept) {
+  std::string const rows = "INSERT INTO t SELECT a FROM n RETURNING a, printf('%.*c', 1000, 'x')";
+  std::string const content =
+      "CREATE TABLE t(a); CREATE TABLE n(a);" + numbers(20'000) + "INSERT INTO n SELECT i FROM n";
+  for (bool const within : {false, true}) {
+    SCOPED_TRACE(within ? "in a transaction of the script" : "on its own");
+    Scene scene(content);
+    if (within) scene.start("BEGIN");
+    // The rows outgrow the memory of the spool long before the last.
+    EXPECT_EQ(startWithFullSpool(scene, 40, rows).code & 0xFF, SQLITE_FULL);
+    QueryPage const page = scene.page(0);
+    EXPECT_TRUE(page.rows.empty());
+    EXPECT_FALSE(page.finished);
+    EXPECT_EQ(page.affected, within ? 20'000 : 0);
+    EXPECT_EQ(rowsOf(scene.start("SELECT count(*) FROM t")), within ? "20000" : "0");
+    if (within) scene.start("ROLLBACK");
+    EXPECT_EQ(scene.start("INSERT INTO t VALUES (7) RETURNING a").affected, 1);
+  }
+}
+
+TEST(QueryExecutor, ChangesNothingWithoutAPlaceForItsRows) {
+  Scene scene;
+  Environment const temporary("TMPDIR", scene.folder / "absent");
+  EXPECT_EQ(failureOf([&] { scene.start("DELETE FROM t RETURNING a"); }),
+            DatabaseError("unable to open database file", SQLITE_CANTOPEN));
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+  QueryPage const page = scene.page(0);
+  EXPECT_TRUE(page.columns.empty() && page.rows.empty());
+  EXPECT_EQ(page.affected, 0);
+}
+
+/// The few rows reach the file of the spool only when its transaction ends.
+TEST(QueryExecutor, CountsAChangeThatHadEndedWhenItsRowsCouldNotBeKept) {
+  Scene scene;
+  scene.start("SELECT 1");
+  long const made = FaultInjector::count(scene.spoolFolder(), [&] { scene.start("SELECT 1 WHERE 0"); });
+  EXPECT_EQ(startWithFullSpool(scene, made + 1, "UPDATE t SET a = a + 10 RETURNING a").code & 0xFF, SQLITE_FULL);
+  QueryPage const page = scene.page(0);
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(page.affected, 3);
+  EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "11\n12\n13");
 }
 
 TEST(QueryExecutor, IsInterruptedByItsCancellation) {
