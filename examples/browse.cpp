@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <tolva/core/DatabaseReader.hpp>
 
@@ -37,5 +38,8 @@ int main(int count, char** arguments) try {
   browse(reader, reader.schema(*table), {.search = count == 4 ? arguments[3] : ""});
 } catch (tolva::DatabaseError const& error) {
   std::cerr << error.errorDescription() << '\n';
+  return 1;
+} catch (std::exception const& error) {  // the system's own, of files and folders
+  std::cerr << error.what() << '\n';
   return 1;
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <tolva/core/QueryExecutor.hpp>
 #include <tolva/core/QuerySafety.hpp>
@@ -53,5 +54,8 @@ int main(int count, char** arguments) try {
   query(executor, arguments[2], file.string() + "-backups");
 } catch (tolva::DatabaseError const& error) {
   std::cerr << error.errorDescription() << '\n';
+  return 1;
+} catch (std::exception const& error) {  // the system's own, of files and folders
+  std::cerr << error.what() << '\n';
   return 1;
 }

@@ -63,4 +63,18 @@ with tempfile.TemporaryDirectory() as folder:
 
     spools = pathlib.Path(folder, f'tolva-{os.geteuid()}')
     assert list(spools.iterdir()) == [], 'a spool was left behind'
+
+    # What the system refuses is told, and nothing has changed.
+    other = pathlib.Path(folder, 'b.db')
+    connection = sqlite3.connect(other)
+    connection.execute('CREATE TABLE t AS SELECT 1 AS i')
+    connection.commit()
+    connection.close()
+    pathlib.Path(f'{other}-backups').write_text('in the way')
+    done = query(other, 'DROP TABLE t', 'y\n')
+    assert done.returncode == 1 and b'b.db-backups' in done.stderr, done
+    os.environ['TMPDIR'] = str(pathlib.Path(folder, 'absent'))
+    done = query(other, 'DELETE FROM t RETURNING i', 'y\n')
+    assert done.returncode == 1 and b'unable to open database file' in done.stderr, done
+    assert rows(other, 'SELECT i FROM t') == [(1,)]
 print('a million rows paged, a million deleted,', memory, 'KiB')
