@@ -15,7 +15,8 @@ namespace tolva {
 
 /// How a finished file takes its name.
 enum class Publication {
-  exclusive,  // whatever has the name already, a dangling link included, stays and is the error EEXIST
+  exclusive,  // whatever has the name already, a dangling link included, stays and is the error EEXIST; needs a file
+              // system that renames without replacing or has hard links
   replace,    // takes the place of what has the name, and its permissions if that is a regular file
 };
 

@@ -22,8 +22,8 @@ bool spells(std::string_view text, std::size_t at, std::string_view word) {
   return true;
 }
 
-// Boundaries, as a simple expression sees them: a mark or a format character belongs to what stands before it, and there
-// is no boundary in front of it.
+// Boundaries, as a simple expression sees them: a mark or a format character belongs to what stands before it, and
+// there is no boundary in front of it.
 
 bool extends(UChar32 c) { return u_hasBinaryProperty(c, UCHAR_GRAPHEME_EXTEND) || u_charType(c) == U_FORMAT_CHAR; }
 
