@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "core/DatabaseBackup.hpp"
+#include "core/HeapLimits.hpp"
 #include "core/Limit.hpp"
 #include "core/QueryScript.hpp"
 #include "core/QuerySpool.hpp"
@@ -164,6 +165,7 @@ QueryPage QueryExecutor::start(std::string_view sql, std::optional<std::filesyst
   if (!connection_) throw DatabaseError("No query connection is open.");
   QueryScript script(sql);
   backUpBefore(sql, backupDirectory, task);
+  HeapLimits const kept;
   clearRun();
   done_ = false;
   started_ = uptime();
@@ -234,22 +236,24 @@ QueryPage QueryExecutor::pageAt(std::int64_t offset, std::stop_token const& task
   if (!spool_) return emptyPage();
   std::int64_t const end = std::min(offset, std::numeric_limits<std::int64_t>::max() - pageRows) + pageRows;
   fetchUpTo(end, task);
-  QueryPage page = emptyPage();
-  page.columns = columns_;
-  page.rows = spool_->rows(offset, end);
-  page.finished = done_ && offset + std::ssize(page.rows) >= fetched_;
-  page.duration = uptime() - started_;
-  return page;
+  std::vector<Row> rows = spool_->rows(offset, end);
+  bool const finished = done_ && offset + std::ssize(rows) >= fetched_;
+  return {.columns = columns_,
+          .rows = std::move(rows),
+          .finished = finished,
+          .affected = affected_,
+          .duration = uptime() - started_};
 }
 
 QueryPage QueryExecutor::emptyPage() const {
   return {.columns = {}, .rows = {}, .finished = true, .affected = affected_, .duration = uptime() - started_};
 }
 
-/// The rows of a fill that fails are not in the spool. The statement has moved past them, and after an interrupt it would
-/// begin anew: so it is gone unless the fill succeeds.
+/// The rows of a fill that fails are not in the spool. The statement has moved past them, and after an interrupt it
+/// would begin anew: so it is gone unless the fill succeeds.
 void QueryExecutor::fetchUpTo(std::int64_t target, std::stop_token const& task) {
   if (!statement_) return;
+  HeapLimits const kept;
   auto const copy = [&result = *statement_, first = fetched_, target, &task](QuerySpool::Writer& spool) {
     return copyRows(result, spool, {first, target}, task);
   };

@@ -72,8 +72,12 @@ class TOLVA_EXPORT QueryExecutor {
   /// nothing; in a transaction of the script its changes stay in that. When the failure comes after its last row, its
   /// changes stand: `affected` of the later pages counts them. So it does whatever stands.
   ///
+  /// A cancelled `task` throws `TaskCancelled`, a statement that `cancellation` stopped `DatabaseError` with code 9,
+  /// and so does a `task` that is cancelled during the backup; a cancel through `cancellation` does not stop the
+  /// backup. A text with a NUL is refused, as SQLite would read no further, and nothing runs.
+  ///
   /// On a writable connection a text that names DROP or ALTER, in a comment too, first makes a backup in
-  /// `backupDirectory` (`makeBackup`); without one it is refused and nothing runs.
+  /// `backupDirectory` (`makeBackup`, whose failures pass through); without one it is refused and nothing runs.
   QueryPage start(std::string_view sql, std::optional<std::filesystem::path> const& backupDirectory,
                   std::stop_token task);
 
@@ -82,12 +86,12 @@ class TOLVA_EXPORT QueryExecutor {
   /// The rows from position `offset` on: at most 500, and no more than came to 4 MiB, so a page can be short and the
   /// next one begins behind its last row. Without a result an empty page, which is finished.
   ///
-  /// After a failure or a cancel no further row can be fetched: the pages show what came before, none is `finished`, and
-  /// behind it they are empty.
+  /// After a failure or a cancel no further row can be fetched: the pages show what came before, none is `finished`,
+  /// and behind it they are empty.
   QueryPage page(std::int64_t offset, std::stop_token task);
 
-  /// What can be shown of one cell of a row that was fetched: of a large value a head of at most 64 KiB, as long as those
-  /// of its row stay within 256 KiB and the value within 8 MiB.
+  /// What can be shown of one cell of a row that was fetched: of a large value a head of at most 64 KiB, as long as
+  /// those of its row stay within 256 KiB and the value within 8 MiB.
   CellPreview preview(std::int64_t row, std::int64_t column, std::stop_token task);
 
   /// The rows at these positions, at most 10,000 and 32 MB, in ascending order.

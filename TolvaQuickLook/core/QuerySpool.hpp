@@ -53,8 +53,8 @@ class QuerySpool {
     std::string payload_;
   };
 
-  /// Runs `body`, which takes a `Writer`, in one transaction and returns its result; what it wrote is gone if it fails or
-  /// `task` is cancelled.
+  /// Runs `body`, which takes a `Writer`, in one transaction and returns its result; what it wrote is gone if it fails
+  /// or `task` is cancelled.
   template <class Body>
   auto fill(Body const& body, std::stop_token task) {
     auto const write = [&] {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-#include <atomic>
 #include <cmath>
 #include <thread>
 
@@ -277,6 +276,7 @@ RefusedCase const refusedCases[] = {
     {Access::writable, "PRAGMA Foreign_KEYS(0)", unauthorized},
     {Access::writable, "PRAGMA main.\"foreign_keys\" = 0", unauthorized},
     {Access::writable, "VACUUM INTO 'copy.db'", DatabaseError("authorization denied", 23)},
+    {Access::writable, "VACUUM", DatabaseError("authorization denied", 23)},
 };
 
 TEST(QueryExecutor, RefusesWhatAScriptMayNotDo) {
@@ -295,6 +295,35 @@ TEST(QueryExecutor, LetsTheGuardedPragmasBeRead) {
     EXPECT_EQ(rowsOf(scene.start("PRAGMA query_only")), access == Access::readOnly ? "1" : "0");
     EXPECT_EQ(rowsOf(scene.start("PRAGMA writable_schema")), "0");
     EXPECT_EQ(rowsOf(scene.start("BEGIN; SELECT 1; COMMIT; SELECT 2")), "2");
+  }
+}
+
+/// The limits that the host program itself has set, for a scope.
+struct HostLimits {
+  HostLimits(std::int64_t hard, std::int64_t soft) {
+    sqlite3_hard_heap_limit64(hard);
+    sqlite3_soft_heap_limit64(soft);
+  }
+  ~HostLimits() {
+    sqlite3_hard_heap_limit64(0);
+    sqlite3_soft_heap_limit64(0);
+  }
+  HostLimits(HostLimits const&) = delete;
+  HostLimits& operator=(HostLimits const&) = delete;
+};
+
+/// SQLite keeps them for the whole process.
+TEST(QueryExecutor, LeavesNoLimitOfMemoryBehind) {
+  HostLimits const limits(std::int64_t{1} << 40, std::int64_t{1} << 39);
+  for (char const* const sql :
+       {"PRAGMA hard_heap_limit = 50000000", "PRAGMA soft_heap_limit = 50000000",
+        "PRAGMA soft_heap_limit = 1; SELECT 1", "SELECT * FROM pragma_hard_heap_limit(50000000)",
+        "PRAGMA hard_heap_limit = 50000000; SELECT * FROM absent"}) {
+    SCOPED_TRACE(sql);
+    Scene scene;
+    failureOf([&] { scene.start(sql); });
+    EXPECT_EQ(sqlite3_hard_heap_limit64(-1), std::int64_t{1} << 40);
+    EXPECT_EQ(sqlite3_soft_heap_limit64(-1), std::int64_t{1} << 39);
   }
 }
 
@@ -395,7 +424,7 @@ TEST(QueryExecutor, StepsNoFurtherThanThePagesAskedFor) {
 struct FinishCase {
   int rows;
   std::size_t second;  // rows of the second page
-  bool first_finished;
+  bool firstFinished;
 };
 
 FinishCase const finishCases[] = {{499, 0, true}, {500, 0, false}, {501, 1, false}, {1'000, 500, false}};
@@ -404,9 +433,12 @@ TEST(QueryExecutor, IsFinishedOnceTheEndWasSeen) {
   for (FinishCase const& one : finishCases) {
     SCOPED_TRACE(one.rows);
     Scene scene;
-    EXPECT_EQ(scene.start(numbers(one.rows) + "SELECT i FROM n").finished, one.first_finished);
+    EXPECT_EQ(scene.start(numbers(one.rows) + "SELECT i FROM n").finished, one.firstFinished);
     QueryPage const second = scene.page(500);
     EXPECT_EQ(second.rows.size(), one.second);
+    for (std::size_t row = 0; row < second.rows.size(); ++row) {
+      EXPECT_EQ(second.rows[row], Row{static_cast<std::int64_t>(501 + row)});
+    }
     EXPECT_EQ(second.finished, one.rows != 1'000);
     EXPECT_TRUE(scene.page(1'000).finished);
     EXPECT_EQ(scene.page(0).finished, one.rows <= 500);
@@ -449,6 +481,20 @@ TEST(QueryExecutor, StopsAFillAbove4MiB) {
   }
 }
 
+/// Four heads of 64 KiB to a row come to 4 MiB with the 16th, which its stored rows bring above that.
+TEST(QueryExecutor, CountsTheHeadsOfLargeValuesIntoAFill) {
+  Extension const extension(installCountStep);
+  rowsStepped = 0;
+  Scene scene;
+  QueryPage const page = scene.start(numbers(600) + "SELECT count_step(i), zeroblob(100000), zeroblob(100000), " +
+                                     "zeroblob(100000), zeroblob(100000) FROM n");
+  EXPECT_EQ(rowsStepped, 16);
+  EXPECT_EQ(page.rows.size(), 16U);
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(scene.page(16).rows.size(), 16U);
+  EXPECT_EQ(rowsStepped, 32);
+}
+
 TEST(QueryExecutor, AnswersAFarPageWithWhatOneFillReaches) {
   Scene scene;
   scene.start(numbers(10'000) + "SELECT printf('%.*c', 20000, 'x') FROM n");
@@ -484,6 +530,14 @@ TEST(QueryExecutor, KeepsThePagesBeforeAFailure) {
   page = scene.page(500);
   EXPECT_TRUE(page.rows.empty());
   EXPECT_FALSE(page.finished);
+  EXPECT_EQ(scene.executor.preview(499, 0, noTask).text, "500");
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(500, 0, noTask); }),
+            DatabaseError("Query result is no longer available.", 1));
+  EXPECT_EQ(scene.executor.selectedRows({{499, 500}}, noTask), std::vector<Row>{{500}});
+  EXPECT_EQ(failureOf([&] {
+              scene.executor.selectedRows({{499, 501}}, noTask);
+            }),
+            DatabaseError("The selected query rows are no longer available. Run the query again.", 1));
   EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
 }
 
@@ -629,15 +683,14 @@ TEST(QueryExecutor, CountsAChangeThatHadEndedWhenItsRowsCouldNotBeKept) {
 
 TEST(QueryExecutor, IsInterruptedByItsCancellation) {
   Scene scene;
-  std::atomic<bool> ended = false;
-  std::thread canceller([&] {
-    while (!ended) {
+  std::jthread canceller([&](std::stop_token const& ended) {
+    while (!ended.stop_requested()) {
       scene.executor.cancellation()->cancel();
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
   });
   DatabaseError const failure = failureOf([&] { scene.start(numbers(2'000'000'000) + "SELECT count(*) FROM n"); });
-  ended = true;
+  canceller.request_stop();
   canceller.join();
   EXPECT_TRUE(failure.isCancellation());
   EXPECT_EQ(failure.errorDescription(), "Cancelled");
