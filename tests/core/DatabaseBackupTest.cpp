@@ -336,7 +336,12 @@ TEST_P(DatabaseBackupFaults, LeaveAWholeBackupOrNone) {
         std::size_t whole = 0;
         for (std::string const& name : scene.names()) {
           if (name.starts_with('.') || scene.folder.read("backups/" + name) == "old") continue;
-          EXPECT_EQ(rowsAsText(scene.backups / name, "SELECT count(*) FROM t; PRAGMA integrity_check"), "600\nok");
+          EXPECT_EQ(
+              rowsAsText(scene.backups / name, "SELECT count(*) FROM t; PRAGMA integrity_check; PRAGMA journal_mode"),
+              "600\nok\ndelete");
+          for (char const* const suffix : {"-journal", "-wal", "-shm"}) {
+            EXPECT_FALSE(std::filesystem::exists((scene.backups / name).string() + suffix)) << outcome.text;
+          }
           ++whole;
         }
         if (outcome.told != FaultOutcome::Told::nothing) {
