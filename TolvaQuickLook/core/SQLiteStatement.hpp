@@ -64,7 +64,6 @@ class TOLVA_EXPORT SQLiteStatement {
   std::shared_ptr<SQLiteConnection> const& connection() const { return connection_; }
 
  private:
-  void bindOne(int parameter, SQLiteValue const& value);
   template <class Take>
   void readColumn(int index, bool full, Take&& take) const;  // under the handle's mutex
   void requireMemory() const;
