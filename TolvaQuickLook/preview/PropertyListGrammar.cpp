@@ -9,19 +9,28 @@
 
 #include "platform/Base64.hpp"
 #include "platform/DoubleText.hpp"
-#include "platform/Trim.hpp"
 
 namespace tolva {
 namespace {
 
 bool isContainer(std::string_view name) { return name == "plist" || name == "array" || name == "dict"; }
 
-/// Decimal or hexadecimal, of at most 64 bits with or without a sign.
+/// Without the four characters that XML calls white space (https://www.w3.org/TR/xml/#NT-S). The reader takes any other
+/// blank in front of a number for its end, and shows 0.
+std::string_view withoutBlanks(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  auto const first = text.find_first_not_of(blanks);
+  return first == text.npos ? "" : text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
+/// Decimal or hexadecimal, of at most 64 bits with or without a sign. The reader takes a zero in front of other digits
+/// for octal.
 bool isInteger(std::string_view text) {
   bool const negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   bool const hexadecimal = text.starts_with("0x") || text.starts_with("0X");
   if (hexadecimal) text.remove_prefix(2);
+  if (!hexadecimal && text.size() > 1 && text.starts_with('0')) return false;
   std::uint64_t size = 0;
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), size, hexadecimal ? 16 : 10);
   if (error != std::errc() || end != text.data() + text.size()) return false;
@@ -78,7 +87,7 @@ bool PropertyListGrammar::mayHold(Element const& parent, std::string_view child)
 
 bool PropertyListGrammar::isComplete(Element const& element) {
   std::string_view const name = element.name;
-  std::string_view const text = trimmed(element.text);
+  std::string_view const text = withoutBlanks(element.text);
   if (name == "plist") return element.children == 1 && text.empty();
   if (name == "dict") return element.children % 2 == 0 && text.empty();
   if (name == "array" || name == "true" || name == "false") return text.empty();
