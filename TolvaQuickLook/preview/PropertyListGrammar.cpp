@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <system_error>
+#include <utility>
 
 #include "platform/Base64.hpp"
 #include "platform/DoubleText.hpp"
@@ -76,8 +77,10 @@ void PropertyListGrammar::text(std::string_view text) {
 }
 
 void PropertyListGrammar::end() {
-  sound_ = sound_ && isComplete(open_.back());
+  Element const element = std::move(open_.back());
   open_.pop_back();
+  sound_ = sound_ && isComplete(element);
+  if (element.name == "key" && !open_.empty()) sound_ = open_.back().keys.insert(element.text).second && sound_;
 }
 
 bool PropertyListGrammar::mayHold(Element const& parent, std::string_view child) {

@@ -99,6 +99,11 @@ ValueCase const values[] = {
     {"<dict><true/></dict>", false},
     {"<dict><true/><key>k</key></dict>", false},
     {"<dict><key>k</key><key>k</key></dict>", false},
+    {"<dict><key>k</key><true/><key>k</key><false/></dict>", false},
+    {"<dict><key>k</key><true/><key>&#107;</key><true/></dict>", false},
+    {"<dict><key/><true/><key></key><true/></dict>", false},
+    {"<dict><key>k</key><true/><key>K</key><true/><key> k</key><true/></dict>", true},
+    {"<dict><key>k</key><dict><key>k</key><true/></dict><key>l</key><dict><key>k</key><true/></dict></dict>", true},
     {"<dict>x<key>k</key><true/></dict>", false},
 };
 
