@@ -67,8 +67,7 @@ class SecondWalker {
     unsigned const marker = list_[at++];
     unsigned const high = marker / 16;
     if (high <= 3) {
-      static constexpr unsigned plain[] = {0x00, 0x08, 0x09, 0x0F, 0x10, 0x11, 0x12,
-                                           0x13, 0x20, 0x21, 0x22, 0x23, 0x33};
+      static constexpr unsigned plain[] = {0x00, 0x08, 0x09, 0x10, 0x11, 0x12, 0x13, 0x20, 0x21, 0x22, 0x23, 0x33};
       for (unsigned const known : plain) {
         if (known == marker) return marker < 16 || inside(at, Wide{1} << marker % 16);
       }

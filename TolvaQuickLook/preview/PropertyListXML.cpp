@@ -4,6 +4,7 @@
 #include <locale.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -54,6 +55,18 @@ List read(std::string_view bytes) {
   return List(list);
 }
 
+/// The library writes the year 33 as "33" and markup within a text as references, so that every "<date>" is a tag.
+std::string withYearsOfFourDigits(std::string_view xml) {
+  constexpr std::string_view tag = "<date>";
+  std::string result;
+  for (auto at = xml.find(tag); at != xml.npos; at = xml.find(tag)) {
+    result += xml.substr(0, at + tag.size());
+    xml.remove_prefix(at + tag.size());
+    result.append(4 - std::min<std::size_t>(xml.find('-'), 4), '0');
+  }
+  return result += xml;
+}
+
 }  // namespace
 
 std::optional<std::string> propertyListXML(std::string_view checked) {
@@ -65,7 +78,9 @@ std::optional<std::string> propertyListXML(std::string_view checked) {
   plist_to_xml(list.get(), &written, &size);
   Text const text(written);
   if (!text || size > mostBytes || !isValidUTF8({text.get(), size})) return {};
-  return std::string(text.get(), size);
+  auto xml = withYearsOfFourDigits({text.get(), size});
+  if (xml.size() > mostBytes) return {};
+  return xml;
 }
 
 }  // namespace tolva

@@ -58,7 +58,9 @@ StructuredCellPreview::PDF summaryAlone(std::string summary) { return {.summary 
 std::optional<StructuredCellPreview::Text> StructuredCellPreview::text(Bytes const& bytes, std::stop_token task) {
   if (bytes.size() > mostTextBytes) return {};
   auto const whole = viewOf(bytes);
-  if (whole.starts_with("bplist00")) return isSafeBinaryPropertyList(bytes) ? asPropertyList(whole) : std::nullopt;
+  if (whole.starts_with("bplist00")) {
+    return isSafeBinaryPropertyList(bytes) && fitsXML(bytes) ? asPropertyList(whole) : std::nullopt;
+  }
 
   if (!isValidUTF8(whole) || !trimmed(whole).starts_with('<')) return {};
   std::string const xml = withoutKnownDeclaration(trimmed(whole));
