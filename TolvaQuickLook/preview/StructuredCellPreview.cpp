@@ -36,10 +36,11 @@ std::string withoutKnownDeclaration(std::string_view xml) {
   return rest;
 }
 
-/// In any case of the letters, where "ı" is a small "I" as well.
+/// In any case of the letters. Of the characters beyond ASCII "ı" becomes an "I" in upper case, and "ẙ" begins with a
+/// "Y" there; no other one makes such a word.
 bool mayDeclare(std::string_view xml) {
   std::string const upper = upperASCII(xml);
-  for (std::string_view const word : {"<!DOCTYPE", "<!ENTITY", "<!ENTıTY"}) {
+  for (std::string_view const word : {"<!DOCTYPE", "<!ENTITY", "<!ENTıTY", "<!ENTITẙ", "<!ENTıTẙ"}) {
     if (upper.find(word) != upper.npos) return true;
   }
   return false;

@@ -73,6 +73,8 @@ FormatCase const formats[] = {
     {"an entity in a comment, in mixed case", "<a><!-- <!eNtItY --></a>", "nothing"},
     {"an entity in CDATA", "<a><![CDATA[<!ENTITY]]></a>", "nothing"},
     {"an entity with a dotless i, which upper case makes an I", "<a><!-- <!entıty --></a>", "nothing"},
+    {"an entity with a Y that has a ring, which upper case parts", "<a><!-- <!entitẙ --></a>", "nothing"},
+    {"one with both", "<a><!-- <!EntıtẙX --></a>", "nothing"},
     {"both words without their marks", "<a>DOCTYPE ENTITY</a>", "XML Outline"},
     {"the published declaration", DECLARATION "<a/>", "XML Outline"},
     {"it in its place", "<?xml version=\"1.0\"?>\n" DECLARATION "\n<plist><true/></plist>", "Property List"},
