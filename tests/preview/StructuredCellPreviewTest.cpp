@@ -19,6 +19,7 @@
 #include "preview/TestPNG.hpp"
 #include "preview/helpers/HelperAnswer.hpp"
 #include "support/Corpora.hpp"
+#include "support/GermanLocale.hpp"
 #include "support/NoTask.hpp"
 #include "support/Repeated.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -287,8 +288,10 @@ TEST(StructuredCellPreview, PadsNothingButDates) {
 }
 
 TEST(StructuredCellPreview, ReadsNumbersInEveryLocale) {
-  locale_t const german = newlocale(LC_ALL_MASK, "de_DE.UTF-8", nullptr);
-  if (!german) GTEST_SKIP() << "This machine has no German locale.";
+  GermanLocale const made;
+  if (!made.isMade()) GTEST_SKIP() << "No German locale could be made: install the package locales.";
+  locale_t const german = newlocale(LC_ALL_MASK, GermanLocale::name, nullptr);
+  ASSERT_TRUE(german);
   locale_t const before = uselocale(german);
   auto const fromXML = preview("<plist><real>1.5</real></plist>");
   auto const fromBinary = preview(binaryList("\x22\x3F\xC0\0\0"s, {8}));
