@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/PropertyListXML.hpp"
 
-#include <locale.h>
 #include <plist/plist.h>
 
 #include <algorithm>
@@ -9,30 +8,13 @@
 #include <cstdint>
 #include <memory>
 
+#include "platform/PlainLocale.hpp"
 #include "platform/UTF8.hpp"
 
 namespace tolva {
 namespace {
 
 constexpr std::size_t mostBytes = 262'144;
-
-/// Has the C library read and write numbers with a point on this thread, whatever the host program has set.
-class PlainNumbers {
- public:
-  PlainNumbers() : before_(uselocale(plain())) {}
-  ~PlainNumbers() { uselocale(before_); }
-  PlainNumbers(PlainNumbers const&) = delete;
-  PlainNumbers& operator=(PlainNumbers const&) = delete;
-
- private:
-  /// Never freed: calls may still come while the process ends.
-  static locale_t plain() {
-    static locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    return plain;
-  }
-
-  locale_t const before_;
-};
 
 struct FreeList {
   void operator()(plist_t list) const { plist_free(list); }
@@ -70,7 +52,7 @@ std::string withYearsOfFourDigits(std::string_view xml) {
 }  // namespace
 
 std::optional<std::string> propertyListXML(std::string_view checked) {
-  PlainNumbers const plain;
+  PlainLocale const plain;
   List const list = read(checked);
   if (!list) return {};
   char* written = nullptr;
