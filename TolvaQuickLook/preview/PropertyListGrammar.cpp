@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/PropertyListGrammar.hpp"
 
-#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstddef>
@@ -9,6 +8,7 @@
 #include <utility>
 
 #include "platform/Base64.hpp"
+#include "platform/DigitForm.hpp"
 #include "platform/DoubleText.hpp"
 
 namespace tolva {
@@ -40,11 +40,7 @@ bool isInteger(std::string_view text) {
 
 /// A moment in the form "2024-02-29T12:00:00Z" that exists.
 bool isDate(std::string_view text) {
-  constexpr std::string_view form = "0000-00-00T00:00:00Z";
-  if (!std::ranges::equal(text, form,
-                          [](char c, char wanted) { return wanted == '0' ? c >= '0' && c <= '9' : c == wanted; })) {
-    return false;
-  }
+  if (!hasDigitForm(text, "0000-00-00T00:00:00Z")) return false;
   auto const number = [&](std::size_t at, std::size_t count) {
     unsigned value = 0;
     for (char const digit : text.substr(at, count)) value = 10 * value + static_cast<unsigned>(digit - '0');
@@ -52,7 +48,7 @@ bool isDate(std::string_view text) {
   };
   std::chrono::year_month_day const day(std::chrono::year(static_cast<int>(number(0, 4))),
                                         std::chrono::month(number(5, 2)), std::chrono::day(number(8, 2)));
-  return day.ok() && number(11, 2) < 24 && number(14, 2) < 60 && number(17, 2) < 60;
+  return day.ok() && text.substr(11, 2) < "24" && text.substr(14, 2) < "60" && text.substr(17, 2) < "60";
 }
 
 bool isData(std::string text) {
