@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Any bytes as a binary property list: the check agrees with a second walker, and what passes is read without harm.
+// Any bytes as a binary property list: the check agrees with a second walker, and what passes is read without harm and
+// shown as it is.
 
 #include <cstdint>
 #include <optional>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "fuzz/Expect.hpp"
+#include "fuzz/PropertyListValues.hpp"
 #include "platform/UTF8.hpp"
 #include "preview/PropertyListXML.hpp"
 #include "preview/SafeBinaryPropertyList.hpp"
@@ -67,8 +69,7 @@ class SecondWalker {
     unsigned const marker = list_[at++];
     unsigned const high = marker / 16;
     if (high <= 3) {
-      static constexpr unsigned plain[] = {0x00, 0x08, 0x09, 0x0F, 0x10, 0x11, 0x12,
-                                           0x13, 0x20, 0x21, 0x22, 0x23, 0x33};
+      static constexpr unsigned plain[] = {0x00, 0x08, 0x09, 0x10, 0x11, 0x12, 0x13, 0x20, 0x21, 0x22, 0x23, 0x33};
       for (unsigned const known : plain) {
         if (known == marker) return marker < 16 || inside(at, Wide{1} << marker % 16);
       }
@@ -123,11 +124,12 @@ class SecondWalker {
 void check(std::span<std::uint8_t const> list) {
   bool const safe = isSafeBinaryPropertyList(list);
   expect(safe == SecondWalker(list).accepts(), "the check agrees with the second walker");
-  if (!safe) return;
+  if (!safe || !fitsXML(list)) return;
   auto const xml = propertyListXML({reinterpret_cast<char const*>(list.data()), list.size()});
   if (!xml) return;
   expect(xml->size() <= 262'144, "a list that is shown has at most 262,144 bytes");
   expect(isValidUTF8(*xml), "a list that is shown is UTF-8");
+  expect(xmlValues(*xml) == BinaryValues(list).told(), "a list that is shown has the values of the binary one");
 }
 
 }  // namespace

@@ -66,6 +66,12 @@ void writePreviews(path const& root) {
                 "\1\1" + numbers(5, 25));
   writeText(lists, "long",
             std::string("bplist00\xAF\x10\1\1\x5F\x11\0\2ab\x08\x0C", 20) + trailer + "\1\1" + numbers(2, 18));
+  // Markup, UTF-16 with a pair, data and a date of the year 33.
+  writeText(lists, "texts",
+            std::string("bplist00\xA4\1\2\3\4\x53<&>\x63\xD8\x3D\xDE\0\0b\x42\xFF\0"
+                        "\x33\xC2\x2C\xEA\x6D\x4D\x20\0\0\x08\x0D\x11\x18\x1B",
+                        41) +
+                trailer + "\1\1" + numbers(5, 36));
   path const documents = root / "xml";
   writeText(documents, "outline",
             "<?xml version='1.0'?><!-- c --><a b='1' c=\"&lt;\">x<b/><![CDATA[<y>]]>&#65;<?p?></a>");

@@ -2,23 +2,14 @@
 #include "platform/DoubleText.hpp"
 
 #include <fmt/format.h>
-#include <locale.h>
 #include <stdlib.h>
 
 #include <charconv>
 #include <cmath>
 
+#include "platform/PlainLocale.hpp"
+
 namespace tolva {
-namespace {
-
-/// The "C" locale, whatever the host program has set. Never freed: calls may still come while the process ends.
-locale_t plainLocale() {
-  static locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
-  return plain;
-}
-
-}  // namespace
-
 std::string doubleText(double value) {
   std::string text = jsonNumberText(value);
   if (std::isfinite(value) && text.find_first_of(".e") == std::string::npos) text += ".0";
@@ -32,7 +23,7 @@ std::optional<double> doubleFromText(std::string_view text) {
   if (text.empty() || std::string_view("\0\t\n\v\f\r ", 7).find(text.front()) != text.npos) return std::nullopt;
   std::string const terminated(text);
   char* end = nullptr;
-  double const value = strtod_l(terminated.c_str(), &end, plainLocale());
+  double const value = strtod_l(terminated.c_str(), &end, PlainLocale::handle());
   if (end != terminated.c_str() + terminated.size()) return std::nullopt;
   return value;
 }

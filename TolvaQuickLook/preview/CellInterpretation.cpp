@@ -19,6 +19,7 @@ namespace {
 using namespace std::chrono_literals;
 using Milliseconds = std::chrono::sys_time<std::chrono::milliseconds>;
 
+/// Longer than every form that is read below: it spares a long text the search, and changes no answer.
 constexpr std::size_t mostBytes = 128;
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }

@@ -1,15 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/JSONDescription.hpp"
 
+#include <charconv>
+#include <cstdint>
+#include <system_error>
+
 #include "platform/DoubleText.hpp"
 #include "platform/JSONValue.hpp"
 
 namespace tolva {
 namespace {
 
-/// The literal itself only where no number of the machine comes near it.
+/// The numbers that only fit without a sign are told from others by their digits alone, as they are written nearly always.
+bool isUnsigned(std::string const& literal) {
+  std::uint64_t value = 0;
+  auto const* const end = literal.data() + literal.size();
+  auto const [rest, error] = std::from_chars(literal.data(), end, value);
+  return error == std::errc() && rest == end;
+}
+
+/// The literal itself where it is unsigned, or where no number of the machine comes near it.
 std::string numberText(JSONValue const& number) {
   if (auto const whole = number.asInteger()) return std::to_string(*whole);
+  if (isUnsigned(*number.asNumber())) return *number.asNumber();
   if (auto const real = number.asDouble()) return doubleText(*real);
   return *number.asNumber();
 }

@@ -3,17 +3,13 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
+#include "platform/DigitForm.hpp"
 
 namespace tolva {
 
 std::optional<std::chrono::sys_days> PluginInspectorDate::parse(std::string_view text) {
   using namespace std::chrono;
-  constexpr std::string_view form = "0000-00-00";
-  bool const hasForm = std::ranges::equal(
-      text, form, [](char c, char wanted) { return wanted == '0' ? c >= '0' && c <= '9' : c == wanted; });
-  // Texts of this form stand in the order of their dates.
-  if (!hasForm || text < earliest || text > latest) return {};
+  if (!hasDigitForm(text, "0000-00-00") || text < earliest || text > latest) return {};
   auto const number = [&](std::size_t from, std::size_t count) {
     int value = 0;
     for (char const digit : text.substr(from, count)) value = 10 * value + (digit - '0');

@@ -29,7 +29,8 @@ struct TOLVA_EXPORT PreviewTreeNode {
   static std::vector<PreviewTreeNode> json(JSONValue const& value);
 
   /// Throws `DatabaseError` unless the tree is within what an interface shows: 500 nodes, 32 levels below the roots,
-  /// distinct ids of 1 to 160 bytes, labels of 512, values of 2,048, and 128 KiB as JSON.
+  /// distinct ids of 1 to 160 bytes, labels of 512, values of 2,048, and 128 KiB as JSON. The texts are UTF-8, as
+  /// all that was decoded is.
   static void validate(std::vector<PreviewTreeNode> const& nodes);
 };
 

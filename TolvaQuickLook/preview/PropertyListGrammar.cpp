@@ -1,27 +1,37 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/PropertyListGrammar.hpp"
 
-#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstddef>
 #include <system_error>
+#include <utility>
 
 #include "platform/Base64.hpp"
+#include "platform/DigitForm.hpp"
 #include "platform/DoubleText.hpp"
-#include "platform/Trim.hpp"
 
 namespace tolva {
 namespace {
 
 bool isContainer(std::string_view name) { return name == "plist" || name == "array" || name == "dict"; }
 
-/// Decimal or hexadecimal, of at most 64 bits with or without a sign.
+/// Without the four characters that XML calls white space (https://www.w3.org/TR/xml/#NT-S). The reader takes any other
+/// blank in front of a number for its end, and shows 0.
+std::string_view withoutBlanks(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  auto const first = text.find_first_not_of(blanks);
+  return first == text.npos ? "" : text.substr(first, text.find_last_not_of(blanks) + 1 - first);
+}
+
+/// Decimal or hexadecimal, of at most 64 bits with or without a sign. The reader takes a zero in front of other digits
+/// for octal.
 bool isInteger(std::string_view text) {
   bool const negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);
   bool const hexadecimal = text.starts_with("0x") || text.starts_with("0X");
   if (hexadecimal) text.remove_prefix(2);
+  if (!hexadecimal && text.size() > 1 && text.starts_with('0')) return false;
   std::uint64_t size = 0;
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), size, hexadecimal ? 16 : 10);
   if (error != std::errc() || end != text.data() + text.size()) return false;
@@ -30,11 +40,7 @@ bool isInteger(std::string_view text) {
 
 /// A moment in the form "2024-02-29T12:00:00Z" that exists.
 bool isDate(std::string_view text) {
-  constexpr std::string_view form = "0000-00-00T00:00:00Z";
-  if (!std::ranges::equal(text, form,
-                          [](char c, char wanted) { return wanted == '0' ? c >= '0' && c <= '9' : c == wanted; })) {
-    return false;
-  }
+  if (!hasDigitForm(text, "0000-00-00T00:00:00Z")) return false;
   auto const number = [&](std::size_t at, std::size_t count) {
     unsigned value = 0;
     for (char const digit : text.substr(at, count)) value = 10 * value + static_cast<unsigned>(digit - '0');
@@ -42,7 +48,7 @@ bool isDate(std::string_view text) {
   };
   std::chrono::year_month_day const day(std::chrono::year(static_cast<int>(number(0, 4))),
                                         std::chrono::month(number(5, 2)), std::chrono::day(number(8, 2)));
-  return day.ok() && number(11, 2) < 24 && number(14, 2) < 60 && number(17, 2) < 60;
+  return day.ok() && text.substr(11, 2) < "24" && text.substr(14, 2) < "60" && text.substr(17, 2) < "60";
 }
 
 bool isData(std::string text) {
@@ -67,8 +73,10 @@ void PropertyListGrammar::text(std::string_view text) {
 }
 
 void PropertyListGrammar::end() {
-  sound_ = sound_ && isComplete(open_.back());
+  Element const element = std::move(open_.back());
   open_.pop_back();
+  sound_ = sound_ && isComplete(element);
+  if (element.name == "key" && !open_.empty()) sound_ = open_.back().keys.insert(element.text).second && sound_;
 }
 
 bool PropertyListGrammar::mayHold(Element const& parent, std::string_view child) {
@@ -78,7 +86,7 @@ bool PropertyListGrammar::mayHold(Element const& parent, std::string_view child)
 
 bool PropertyListGrammar::isComplete(Element const& element) {
   std::string_view const name = element.name;
-  std::string_view const text = trimmed(element.text);
+  std::string_view const text = withoutBlanks(element.text);
   if (name == "plist") return element.children == 1 && text.empty();
   if (name == "dict") return element.children % 2 == 0 && text.empty();
   if (name == "array" || name == "true" || name == "false") return text.empty();

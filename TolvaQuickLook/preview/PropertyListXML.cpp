@@ -1,37 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/PropertyListXML.hpp"
 
-#include <locale.h>
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 
+#include "platform/PlainLocale.hpp"
 #include "platform/UTF8.hpp"
 
 namespace tolva {
 namespace {
 
 constexpr std::size_t mostBytes = 262'144;
-
-/// Has the C library read and write numbers with a point on this thread, whatever the host program has set.
-class PlainNumbers {
- public:
-  PlainNumbers() : before_(uselocale(plain())) {}
-  ~PlainNumbers() { uselocale(before_); }
-  PlainNumbers(PlainNumbers const&) = delete;
-  PlainNumbers& operator=(PlainNumbers const&) = delete;
-
- private:
-  /// Never freed: calls may still come while the process ends.
-  static locale_t plain() {
-    static locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
-    return plain;
-  }
-
-  locale_t const before_;
-};
 
 struct FreeList {
   void operator()(plist_t list) const { plist_free(list); }
@@ -54,10 +37,22 @@ List read(std::string_view bytes) {
   return List(list);
 }
 
+/// The library writes the year 33 as "33" and markup within a text as references, so that every "<date>" is a tag.
+std::string withYearsOfFourDigits(std::string_view xml) {
+  constexpr std::string_view tag = "<date>";
+  std::string result;
+  for (auto at = xml.find(tag); at != xml.npos; at = xml.find(tag)) {
+    result += xml.substr(0, at + tag.size());
+    xml.remove_prefix(at + tag.size());
+    result.append(4 - std::min<std::size_t>(xml.find('-'), 4), '0');
+  }
+  return result += xml;
+}
+
 }  // namespace
 
 std::optional<std::string> propertyListXML(std::string_view checked) {
-  PlainNumbers const plain;
+  PlainLocale const plain;
   List const list = read(checked);
   if (!list) return {};
   char* written = nullptr;
@@ -65,7 +60,9 @@ std::optional<std::string> propertyListXML(std::string_view checked) {
   plist_to_xml(list.get(), &written, &size);
   Text const text(written);
   if (!text || size > mostBytes || !isValidUTF8({text.get(), size})) return {};
-  return std::string(text.get(), size);
+  auto xml = withYearsOfFourDigits({text.get(), size});
+  if (xml.size() > mostBytes) return {};
+  return xml;
 }
 
 }  // namespace tolva

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "preview/SafeBinaryPropertyList.hpp"
 
+#include <algorithm>
+#include <bit>
+#include <chrono>
 #include <cstddef>
 #include <limits>
 #include <optional>
@@ -18,6 +21,36 @@ constexpr std::int64_t mostLength = 65'536;     // that an object may claim
 constexpr std::int64_t mostText = 262'144;      // of all visits together
 
 bool isWidth(std::int64_t width) { return width == 1 || width == 2 || width == 4 || width == 8; }
+
+/// What XML calls a character (https://www.w3.org/TR/xml/#NT-Char).
+bool isXMLCharacter(std::uint32_t character) {
+  return character == '\t' || character == '\n' || character == '\r' || (character >= 0x20 && character <= 0xD7FF) ||
+         (character >= 0xE000 && character <= 0xFFFD) || character >= 0x1'0000;
+}
+
+bool isXMLText(std::span<std::uint8_t const> ascii) {
+  return std::ranges::all_of(ascii, [](std::uint8_t byte) { return byte < 0x80 && isXMLCharacter(byte); });
+}
+
+/// The same for UTF-16 with its high bytes first. A surrogate is of use only in a pair, which is always a character.
+bool isXMLTextInUTF16(std::span<std::uint8_t const> units) {
+  auto const unit = [&](std::size_t at) { return static_cast<std::uint32_t>(units[at] << 8 | units[at + 1]); };
+  for (std::size_t at = 0; at < units.size(); at += 2) {
+    bool const isPair = at + 4 <= units.size() && unit(at) >> 10 == 0xD800 >> 10 && unit(at + 2) >> 10 == 0xDC00 >> 10;
+    if (!isPair && !isXMLCharacter(unit(at))) return false;
+    if (isPair) at += 2;
+  }
+  return true;
+}
+
+/// Whether a year of four digits holds the moment, given in seconds since 2001. Not for infinity or what is no number.
+bool isXMLDate(double seconds) {
+  using namespace std::chrono;
+  constexpr sys_days epoch = 2001y / January / 1;
+  constexpr auto first = static_cast<double>(std::chrono::seconds(sys_days(0y / January / 1) - epoch).count());
+  constexpr auto end = static_cast<double>(std::chrono::seconds(sys_days(10'000y / January / 1) - epoch).count());
+  return seconds >= first && seconds < end;
+}
 
 /// The numbers at the end of a list that lead to everything else.
 struct Trailer {
@@ -46,9 +79,16 @@ class Walk {
     return visit(trailer_.top, /*depth=*/0);
   }
 
+  /// Asked behind a walk to the end.
+  bool fitsXML() const { return fitsXML_; }
+
  private:
   std::int64_t size() const { return static_cast<std::int64_t>(list_.size()); }
   std::uint8_t at(std::int64_t offset) const { return list_[static_cast<std::size_t>(offset)]; }
+
+  std::span<std::uint8_t const> bytes(std::int64_t offset, std::int64_t count) const {
+    return list_.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(count));
+  }
 
   /// Whether `count` units of `width` bytes lie inside the data from `offset` on. Counts and widths are small, so that
   /// nothing overflows.
@@ -62,6 +102,12 @@ class Walk {
     for (std::int64_t index = 0; index < width; ++index) value = value << 8 | at(offset + index);
     if (value > std::numeric_limits<std::int64_t>::max()) return {};
     return static_cast<std::int64_t>(value);
+  }
+
+  double real(std::int64_t offset) const {
+    std::uint64_t bits = 0;
+    for (std::uint8_t const byte : bytes(offset, 8)) bits = bits << 8 | byte;
+    return std::bit_cast<double>(bits);
   }
 
   std::optional<Trailer> trailer() const {
@@ -112,17 +158,18 @@ class Walk {
     auto const& [kind, length, content] = *found;
     switch (kind) {
       case 0:
-        return length == 0 || length == 8 || length == 9 || length == 15;  // null, false, true, fill
+        return length == 0 || length == 8 || length == 9;  // null, false, true: a fill byte is no value
       case 1:
       case 2:
         return length <= 3 && fits(content, std::int64_t{1} << length);  // integer, real
       case 3:
-        return length == 3 && fits(content, 8);  // date
+        return length == 3 && fits(content, 8) && note(isXMLDate(real(content)));  // date
       case 4:
+        return fits(content, length) && charge(length);  // data
       case 5:
-        return fits(content, length) && charge(length);  // data, ASCII
+        return fits(content, length) && charge(length) && note(isXMLText(bytes(content, length)));  // ASCII
       case 6:
-        return fits(content, length, 2) && charge(length);  // UTF-16
+        return fits(content, length, 2) && charge(length) && note(isXMLTextInUTF16(bytes(content, 2 * length)));
       case 10:
       case 12:
         return visitAll(content, length, depth);  // array, set
@@ -142,17 +189,29 @@ class Walk {
     return true;
   }
 
-  /// Every unit of data or text is at least a byte of the list written as XML.
+  /// Every unit of data or text is at least a byte of the list written as XML: whatever has none there does not fit XML.
   bool charge(std::int64_t units) { return (text_ += units) <= mostText; }
+
+  /// What does not fit XML is no danger: the walk goes on.
+  bool note(bool fits) {
+    fitsXML_ = fitsXML_ && fits;
+    return true;
+  }
 
   std::span<std::uint8_t const> const list_;
   Trailer trailer_{};
   std::int64_t visits_ = 0;
   std::int64_t text_ = 0;
+  bool fitsXML_ = true;
 };
 
 }  // namespace
 
 bool isSafeBinaryPropertyList(std::span<std::uint8_t const> list) { return Walk(list).fromTop(); }
+
+bool fitsXML(std::span<std::uint8_t const> list) {
+  Walk walk(list);
+  return walk.fromTop() && walk.fitsXML();
+}
 
 }  // namespace tolva

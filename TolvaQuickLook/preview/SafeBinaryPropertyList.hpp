@@ -14,4 +14,10 @@ namespace tolva {
 /// shows so long a list. Pure; any thread.
 bool isSafeBinaryPropertyList(std::span<std::uint8_t const> list);
 
+/// Whether a safe list has nothing that an XML list cannot hold as it is: no text with a character that XML does not
+/// know (https://www.w3.org/TR/xml/#NT-Char), with half of a surrogate pair or with a byte beyond ASCII where that is
+/// claimed, and no date outside of the years 0 to 9999. A reader would cut such a text or leave something out without
+/// a word. Pure; any thread.
+bool fitsXML(std::span<std::uint8_t const> list);
+
 }  // namespace tolva

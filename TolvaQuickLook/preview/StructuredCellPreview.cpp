@@ -36,10 +36,11 @@ std::string withoutKnownDeclaration(std::string_view xml) {
   return rest;
 }
 
-/// In any case of the letters, where "ı" is a small "I" as well.
+/// In any case of the letters. Of the characters beyond ASCII "ı" becomes an "I" in upper case, and "ẙ" begins with a
+/// "Y" there; no other one makes such a word.
 bool mayDeclare(std::string_view xml) {
   std::string const upper = upperASCII(xml);
-  for (std::string_view const word : {"<!DOCTYPE", "<!ENTITY", "<!ENTıTY"}) {
+  for (std::string_view const word : {"<!DOCTYPE", "<!ENTITY", "<!ENTıTY", "<!ENTITẙ", "<!ENTıTẙ"}) {
     if (upper.find(word) != upper.npos) return true;
   }
   return false;
@@ -58,7 +59,9 @@ StructuredCellPreview::PDF summaryAlone(std::string summary) { return {.summary 
 std::optional<StructuredCellPreview::Text> StructuredCellPreview::text(Bytes const& bytes, std::stop_token task) {
   if (bytes.size() > mostTextBytes) return {};
   auto const whole = viewOf(bytes);
-  if (whole.starts_with("bplist00")) return isSafeBinaryPropertyList(bytes) ? asPropertyList(whole) : std::nullopt;
+  if (whole.starts_with("bplist00")) {
+    return isSafeBinaryPropertyList(bytes) && fitsXML(bytes) ? asPropertyList(whole) : std::nullopt;
+  }
 
   if (!isValidUTF8(whole) || !trimmed(whole).starts_with('<')) return {};
   std::string const xml = withoutKnownDeclaration(trimmed(whole));

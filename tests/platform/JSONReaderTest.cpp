@@ -11,16 +11,11 @@
 #include "platform/JSONWriter.hpp"
 #include "support/Corpora.hpp"
 #include "support/JSONFailure.hpp"
+#include "support/Repeated.hpp"
 #include "support/Sanitizer.hpp"
 
 namespace tolva {
 namespace {
-
-std::string repeated(std::string_view text, std::size_t times) {
-  std::string all;
-  while (times-- > 0) all += text;
-  return all;
-}
 
 std::string failureOf(std::string_view text) {
   return jsonFailureOf([&] { readJSON(text); });

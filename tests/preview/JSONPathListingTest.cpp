@@ -8,6 +8,7 @@
 
 #include "platform/JSONReader.hpp"
 #include "platform/UTF8.hpp"
+#include "support/Repeated.hpp"
 
 namespace tolva {
 namespace {
@@ -36,12 +37,6 @@ std::string arrayOf(int items) {
   return json + "]";
 }
 
-std::string repeated(std::string_view text, int times) {
-  std::string all;
-  for (int time = 0; time < times; ++time) all += text;
-  return all;
-}
-
 long lines(std::string const& text) { return 1 + std::ranges::count(text, '\n'); }
 
 TEST(JSONPathListing, HasALineForEachValue) {
@@ -63,8 +58,8 @@ TEST(JSONPathListing, CutsPathsAndTextsByCharacters) {
   std::string const family = "👨‍👩‍👧‍👦";
   EXPECT_EQ(listed("\"" + repeated(family, 256) + "\""), "$  " + repeated(family, 256));
   EXPECT_EQ(listed("\"" + repeated(family, 257) + "\""), "$  " + repeated(family, 256));
-  auto const path = [&](int characters) { return "$." + repeated(family, characters); };
-  auto const object = [&](int characters) { return "{\"" + repeated(family, characters) + "\":[7]}"; };
+  auto const path = [&](std::size_t characters) { return "$." + repeated(family, characters); };
+  auto const object = [&](std::size_t characters) { return "{\"" + repeated(family, characters) + "\":[7]}"; };
   EXPECT_EQ(listed(object(507)), "$  {1 keys}\n" + path(507) + "  [1 items]\n" + path(507) + "[0]  7");
   EXPECT_EQ(listed(object(508)), "$  {1 keys}\n" + path(508) + "  [1 items]\n" + path(508) + "[0  7");
   EXPECT_EQ(listed(object(511)), "$  {1 keys}\n" + path(510) + "  [1 items]\n" + path(510) + "  7");

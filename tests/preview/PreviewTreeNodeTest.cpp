@@ -10,6 +10,7 @@
 #include "platform/JSONReader.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
+#include "support/Repeated.hpp"
 
 namespace tolva {
 namespace {
@@ -32,12 +33,6 @@ std::size_t count(Nodes const& nodes) {
   std::size_t all = nodes.size();
   for (auto const& node : nodes) all += node.children ? count(*node.children) : 0;
   return all;
-}
-
-std::string repeated(std::string_view text, std::size_t times) {
-  std::string result;
-  for (std::size_t time = 0; time < times; ++time) result += text;
-  return result;
 }
 
 struct TreeCase {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "support/NoTask.hpp"
+#include "support/Repeated.hpp"
 
 namespace tolva {
 namespace {
@@ -18,12 +19,6 @@ std::optional<std::string> outlineOf(std::string_view xml) {
   XMLOutline outline(noTask);
   if (!outline.parse(xml)) return {};
   return outline.text();
-}
-
-std::string repeated(std::string_view text, std::size_t times) {
-  std::string result;
-  for (std::size_t time = 0; time < times; ++time) result += text;
-  return result;
 }
 
 std::string nested(std::size_t levels) { return repeated("<a>", levels) + repeated("</a>", levels); }

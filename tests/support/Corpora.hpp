@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -42,6 +43,20 @@ inline std::string contents(std::filesystem::path const& file) {
     throw std::runtime_error("Cannot read " + file.string());
   }
   return bytes;
+}
+
+/// The rows of a folder's MANIFEST.tsv behind its heading, as columns. Throws when there is none.
+inline std::vector<std::vector<std::string>> corpusManifest(std::string_view folder) {
+  std::vector<std::vector<std::string>> rows;
+  std::istringstream lines(contents(corpusFile(std::string(folder) + "/MANIFEST.tsv")));
+  std::string line;
+  for (std::getline(lines, line); std::getline(lines, line);) {
+    auto& columns = rows.emplace_back();
+    std::istringstream fields(line);
+    for (std::string field; std::getline(fields, field, '\t');) columns.push_back(field);
+  }
+  if (rows.empty()) throw std::runtime_error("The corpora note nothing of " + std::string(folder));
+  return rows;
 }
 
 }  // namespace tolva
