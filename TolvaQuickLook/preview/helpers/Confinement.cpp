@@ -14,6 +14,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <memory>
@@ -188,8 +189,12 @@ Landlock closeFiles(std::span<char const* const> readable) {
 
 // The process -------------------------------------------------------------------------------------
 
+/// Never raises what the host has set lower, which only root could.
 bool limit(decltype(RLIMIT_CPU) resource, rlim_t most) {
-  rlimit const both{most, most};
+  rlimit both{};
+  if (::getrlimit(resource, &both) != 0) return false;
+  both.rlim_max = std::min(both.rlim_max, most);
+  both.rlim_cur = std::min(both.rlim_cur, both.rlim_max);
   return ::setrlimit(resource, &both) == 0;
 }
 
