@@ -81,6 +81,8 @@ constexpr DeedCase deeds[] = {
     {"bpf", killed},
     {"raise-limit", "refused EACCES"},
     {"ioctl", "refused EACCES"},
+    {"thread", "done"},
+    {"time-out", "(killed by signal 14)"},
 #if defined(__x86_64__)
     {"other-abi", killed},
 #endif
@@ -123,6 +125,11 @@ TEST(Confinement, LetsTheFontsBeReadWhereTheKernelCanTellThemFromOtherFiles) {
   EXPECT_EQ(outcomeOf("open-fonts-writing", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("create-file", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("signal-by-descriptor", "fonts"), killed);
+}
+
+TEST(Confinement, LeavesNoThreadsToADecoderThatNeedsNone) {
+  EXPECT_EQ(outcomeOf("thread", "fonts"), "refused EAGAIN");
+  EXPECT_EQ(outcomeOf("fork", "fonts"), killed);
 }
 
 TEST(Confinement, EndsWhatComputesForThreeSeconds) { EXPECT_EQ(outcomeOf("spin"), "(killed by signal 9)"); }
