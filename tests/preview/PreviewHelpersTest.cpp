@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -351,6 +352,20 @@ TEST(PreviewHelpers, WorkForAnyUser) {
               return std::string(picture ? "picture " : "") + (page && page->png ? "page" : "");
             }),
             "picture page");
+}
+
+TEST(PreviewHelpers, StayWhereTheyWereWhenTheirFolderWasNamed) {
+  auto const before = std::filesystem::current_path();
+  std::filesystem::path const folder = TOLVA_HELPERS;
+  std::filesystem::current_path(folder.parent_path());
+  PreviewHelpers const named(folder.filename());
+  auto const gone = std::filesystem::temp_directory_path() / ("tolva-gone-" + std::to_string(::getpid()));
+  std::filesystem::create_directory(gone);
+  std::filesystem::current_path(gone);
+  EXPECT_TRUE(named.thumbnail(greyPNG(9, 9), noTask));
+  std::filesystem::remove(gone);
+  EXPECT_FALSE(PreviewHelpers("helpers").thumbnail(greyPNG(9, 9), noTask)) << "no folder to look from, and no failure";
+  std::filesystem::current_path(before);
 }
 
 /// A folder with a script under both helpers' names.
