@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "preview/PreviewHelpers.hpp"
@@ -51,9 +52,9 @@ TEST(PictureDecoder, ShowsTheFirstPageOfSeveral) {
   }
 }
 
-TEST(PictureDecoder, ShowsThePictureAndNotTheThumbnailInItsFile) {
-  // An AVIF of 2048 x 1024 red pixels, with a green thumbnail of 1024 x 512.
-  auto const picture = shown(ofDigits(
+/// An AVIF of 2048 x 1024 red pixels, with a green thumbnail of 1024 x 512.
+Bytes const& avifWithThumbnail() {
+  static Bytes const avif = ofDigits(
       "00000028667479706176696600000000617669666d6966316d696166617669666d6966316d696166000001756d6574610000000000000021"
       "68646c72000000000000000070696374000000000000000000000000000000000e7069746d00000000000100000034696c6f630000000044"
       "40000200010000000001a50001000000000000005800020000000001fd0001000000000000005b0000003869696e66000000000002000000"
@@ -64,12 +65,27 @@ TEST(PictureDecoder, ShowsThePictureAndNotTheThumbnailInItsFile) {
       "726566000000000000000e74686d62000200010001000000bb6d64617412000a0a1a2a7fffffc10202068432481200028a28a100f658aac8"
       "cba6f3494f51dd70416c86e251b09d704f21fa3a4c73a656ec8d8f43e7669933a1c69d1cc2caee98e4626b29aebbd6da81a1382cb9586087"
       "ca703881e612000a0a19263fffff0408081a10324b1200028a28a100f686d5fc85058a1a13ccf33b683f9a21a94742107a1b26a409b1c82c"
-      "677332b93d4a16c77f469830ae4163109455d47b5971dc2cea688cc9ca51f9ab718208ce6a368348"));
+      "677332b93d4a16c77f469830ae4163109455d47b5971dc2cea688cc9ca51f9ab718208ce6a368348");
+  return avif;
+}
+
+TEST(PictureDecoder, ShowsThePictureAndNotTheThumbnailInItsFile) {
+  auto const picture = shown(avifWithThumbnail());
   ASSERT_TRUE(picture);
   EXPECT_EQ(sizeOf(*picture), (PixelSize{1024, 512}));
   unsigned const colour = picture->at(500, 250);
   EXPECT_GT(colour >> 16, 0xf0u);
   EXPECT_LT(colour >> 8 & 0xff, 0x10u);
+}
+
+TEST(PictureDecoder, ShowsThePicturesOfEveryBrand) {
+  for (std::string_view const brand :
+       {"heic", "heix", "mif1", "avif", "heim", "heis", "hevc", "hevm", "hevs", "msf1"}) {
+    SCOPED_TRACE(brand);
+    Bytes file = avifWithThumbnail();
+    std::ranges::copy(brand, file.begin() + 8);
+    EXPECT_TRUE(shown(file));
+  }
 }
 
 TEST(PictureDecoder, ShowsTheFirstFrameOfAnAnimation) {

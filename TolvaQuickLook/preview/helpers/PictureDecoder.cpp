@@ -95,7 +95,9 @@ bool PictureDecoder::prepare(bool heif) {
   vips_cache_set_max(0);
   vips_concurrency_set(2);
   if (!heif) return true;
-  return g_module_open(TOLVA_VIPS_MODULES "/vips-heif.so", G_MODULE_BIND_LOCAL) != nullptr;
+  constexpr char const* plugin = TOLVA_VIPS_MODULES "/vips-heif.so";
+  if (!g_file_test(plugin, G_FILE_TEST_EXISTS)) return true;  // built into libvips, or not there at all
+  return g_module_open(plugin, G_MODULE_BIND_LOCAL) != nullptr;
 }
 
 std::optional<Bytes> PictureDecoder::thumbnail(std::span<std::uint8_t const> picture) {
