@@ -127,6 +127,10 @@ TEST(Confinement, LetsTheFontsBeReadWhereTheKernelCanTellThemFromOtherFiles) {
   EXPECT_EQ(outcomeOf("signal-by-descriptor", "fonts"), killed);
 }
 
+TEST(Confinement, IsRefusedWhereASecondThreadWouldEscapeIt) {
+  EXPECT_EQ(outcomeOf("nothing", "late"), "(left with 70)");
+}
+
 TEST(Confinement, LeavesNoThreadsToADecoderThatNeedsNone) {
   EXPECT_EQ(outcomeOf("thread", "fonts"), "refused EAGAIN");
   EXPECT_EQ(outcomeOf("fork", "fonts"), killed);

@@ -12,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/ChildExchange.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "platform/Uptime.hpp"
 #include "preview/TestPNG.hpp"
@@ -439,6 +440,31 @@ TEST_F(BadHelpers, EndWithTheTask) {
   EXPECT_THROW(hanging.thumbnail(picture_, source.get_token()), TaskCancelled);
   EXPECT_THROW(hanging.firstPage(document_, source.get_token()), TaskCancelled);
   EXPECT_THROW(hanging.thumbnail({}, source.get_token()), TaskCancelled);
+}
+
+TEST(PreviewHelpers, HoldTheHostToTheBoundsInBytes) {
+  auto const answered = [](char const* program, Bytes const& request) {
+    return ChildExchange{
+        .program = std::filesystem::path(TOLVA_HELPERS) / program, .time = 60s, .mostAnswer = HelperAnswer::mostBytes}
+        .ask(request, noTask)
+        .has_value();
+  };
+  Bytes picture = greyPNG(9, 9);
+  picture.resize(PreviewLimits::mostPicture);  // nothing of it is looked at behind the picture's end
+  EXPECT_TRUE(answered("tolva-image-helper", picture));
+  EXPECT_TRUE(thumbnail(picture));
+  picture.push_back(0);
+  EXPECT_FALSE(answered("tolva-image-helper", picture));
+  EXPECT_FALSE(thumbnail(picture));
+
+  std::size_t const rest = documentOf("/MediaBox[0 0 9 9]", "").size() + 5;  // its length takes six digits and not one
+  Bytes document = bytesOf(documentOf("/MediaBox[0 0 9 9]", std::string(PreviewLimits::mostDocument - rest, ' ')));
+  ASSERT_EQ(document.size(), PreviewLimits::mostDocument);
+  EXPECT_TRUE(answered("tolva-pdf-helper", document));
+  EXPECT_TRUE(helpers.firstPage(document, noTask));
+  document.push_back(' ');
+  EXPECT_FALSE(answered("tolva-pdf-helper", document));
+  EXPECT_FALSE(helpers.firstPage(document, noTask));
 }
 
 TEST_F(BadHelpers, AreNotStartedForWhatNoHelperDecodes) {

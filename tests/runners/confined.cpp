@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// usage: confined none|fonts DEED
+// usage: confined none|fonts|late DEED
 //
-// Confines itself as the helpers do, with threads and no files or with the fonts to read and no threads, then tries one deed and tells what came of
-// it: "done", or "refused" and why. Of a deed that ends the process nothing is told.
+// Confines itself as the helpers do, with threads and no files or with the fonts to read and no threads, then tries one
+// deed and tells what came of it: "done", or "refused" and why. Of a deed that ends the process nothing is told.
+// With "late" there is a second thread already, and nothing but the confinement is tried.
 
 #include <fcntl.h>
 #include <linux/bpf.h>
@@ -132,6 +133,10 @@ int say(std::string const& text) { return ::write(STDOUT_FILENO, text.data(), te
 int main(int count, char** arguments) {
   if (count != 3) return 2;
   leaked = ::open("/etc/passwd", O_RDONLY);
+  if (arguments[1] == std::string("late")) {
+    std::thread(::pause).detach();
+    return tolva::confine({}) ? 0 : 70;
+  }
   constexpr char const* fonts[] = {"/etc/fonts", "/nonexistent"};
   bool const confined =
       arguments[1] == std::string("fonts") ? tolva::confine({.readable = fonts}) : tolva::confine({.threads = true});
