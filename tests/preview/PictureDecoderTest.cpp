@@ -129,6 +129,34 @@ TEST(PictureDecoder, ShowsSamplesThatAreNoBytes) {
   EXPECT_EQ(picture->at(20, 15), 0xc0c0c0u);
 }
 
+TEST(PictureDecoder, ShowsAWebPMadeSmallerWhileItIsDecoded) {
+  // 2048 x 64 red pixels.
+  auto const picture =
+      shown(ofDigits("524946462600000057454250"
+                     "5650384c1a0000002fffc70f000710fd8ffe070014e9ff7f8ae87fea7ffffbdf7f00"));
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(sizeOf(*picture), (PixelSize{1024, 32}));
+  EXPECT_EQ(picture->at(500, 16), 0xff0000u);
+}
+
+TEST(PictureDecoder, ShowsTheColoursOfPrinters) {
+  // A JPEG of 16 x 16 pixels, all yellow and magenta and no cyan: a red of whatever profile.
+  auto const picture = shown(ofDigits(
+      "ffd8ffee000e41646f626500640000000000ffdb004300080606070605080707070909080a0c140d0c0b0b0c1912130f141d1a1f1e1d1a1c"
+      "1c20242e2720222c231c1c2837292c30313434341f27393d38323c2e333432ffc000140800100010044311004d11005911004b1100ffc400"
+      "1f0000010501010101010100000000000000000102030405060708090a0bffc400b5100002010303020403050504040000017d0102030004"
+      "1105122131410613516107227114328191a1082342b1c11552d1f02433627282090a161718191a25262728292a3435363738393a43444546"
+      "4748494a535455565758595a636465666768696a737475767778797a838485868788898a92939495969798999aa2a3a4a5a6a7a8a9aab2b3"
+      "b4b5b6b7b8b9bac2c3c4c5c6c7c8c9cad2d3d4d5d6d7d8d9dae1e2e3e4e5e6e7e8e9eaf1f2f3f4f5f6f7f8f9faffda000e0443004d005900"
+      "4b00003f00f7faf9febe7faf7fa28a28a28a28a28a28afffd9"));
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(sizeOf(*picture), (PixelSize{16, 16}));
+  unsigned const colour = picture->at(8, 8);
+  EXPECT_GT(colour >> 16, 0xd0u);
+  EXPECT_LT(colour >> 8 & 0xff, 0x40u);
+  EXPECT_LT(colour & 0xff, 0x40u);
+}
+
 TEST(PictureDecoder, ShowsNothingOfADamagedPicture) {
   Bytes tiff = tiffOf(std::initializer_list<TIFFPage>{{64, 64, 0x40, 0xc0}});
   ASSERT_TRUE(shown(tiff));
