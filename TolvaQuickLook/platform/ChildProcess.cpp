@@ -117,6 +117,23 @@ ssize_t writeWithoutSignal(int descriptor, std::span<std::uint8_t const> bytes) 
   return written;
 }
 
+/// Whether this names a child of this process that nobody has reaped yet.
+bool isChild(idtype_t kind, id_t id) {
+  siginfo_t told{};
+  int failed;
+  do {
+    failed = ::waitid(kind, id, &told, WEXITED | WNOHANG | WNOWAIT);
+  } while (failed != 0 && errno == EINTR);
+  return failed == 0;
+}
+
+/// Ends and reaps a child that has no handle.
+void endByNumber(pid_t id) {
+  ::kill(id, SIGKILL);
+  while (::waitpid(id, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
 bool passes(int reason) { return reason == EAGAIN || reason == EINTR; }
 
 }  // namespace
@@ -143,13 +160,17 @@ ChildProcess::ChildProcess(std::filesystem::path const& program, std::vector<std
     errno = error;
     throwFileError("The program cannot be started", program);
   }
-  // The number cannot stand for another process yet: it is free again only after this process has reaped it.
+  // Where somebody else reaps children, the number may be free again by now, and even be another's: nothing is sent to
+  // what is no child of this process.
   handle_ = Descriptor(::pidfd_open(id_, 0));
   if (!handle_) {
     int const reason = errno;
-    ::kill(id_, SIGKILL);
-    ::waitpid(id_, nullptr, 0);
+    if (isChild(P_PID, static_cast<id_t>(id_))) endByNumber(id_);
     errno = reason;
+    throwFileError("The program cannot be watched", program);
+  }
+  if (!isChild(P_PIDFD, static_cast<id_t>(handle_.get()))) {
+    errno = ECHILD;
     throwFileError("The program cannot be watched", program);
   }
   input_ = std::move(in.writing);

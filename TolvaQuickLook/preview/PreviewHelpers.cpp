@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/ChildExchange.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "preview/helpers/HelperAnswer.hpp"
 #include "preview/helpers/PictureFormat.hpp"
@@ -58,8 +59,7 @@ PreviewHelpers::PreviewHelpers() {
   folder_ = installed;
 }
 
-PreviewHelpers::PreviewHelpers(path const& folder)
-    : folder_(folder.empty() ? folder : std::filesystem::absolute(folder)) {}
+PreviewHelpers::PreviewHelpers(path const& folder) : folder_(absolutePath(folder)) {}
 
 std::optional<Bytes> PreviewHelpers::thumbnail(Bytes const& picture, std::stop_token task) const {
   checkCancellation(task);

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -157,6 +158,52 @@ TEST_F(ChildExchangeTest, SaysWhyAProgramCannotBeStarted) {
     }
     EXPECT_EQ(openDescriptors(), descriptors_);
   }
+}
+
+/// What came of an exchange, where it is no matter why it failed.
+std::optional<Bytes> anyAnswer(ChildExchange const& exchange, Bytes const& request) {
+  try {
+    return exchange.ask(request, noTask);
+  } catch (std::system_error const&) {
+    return {};
+  }
+}
+
+TEST_F(ChildExchangeTest, LeavesNoProcessWhereDescriptorsRunOut) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  ChildExchange const cat{.program = "/bin/cat", .time = 60s, .mostAnswer = 100};
+  bool answered = false;
+  int failures = 0;
+  for (rlim_t most = 3; !answered && most < 100; ++most) {
+    SCOPED_TRACE(most);
+    rlimit const few{most, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    answered = anyAnswer(cat, bytesOf("heard")) == bytesOf("heard");
+    failures += answered ? 0 : 1;
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+  }
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_TRUE(answered);
+  EXPECT_GE(failures, 6) << "the event, two pipes and the handle: each was once the one too many";
+  EXPECT_EQ(openDescriptors(), descriptors_);
+}
+
+TEST_F(ChildExchangeTest, HasNoAnswerInAHostThatReapsEveryChild) {
+  ChildExchange const quick{.program = "/bin/true", .time = 60s, .mostAnswer = 100};
+  ChildExchange const slow{.program = "/bin/sleep", .arguments = {"60"}, .time = 50ms, .mostAnswer = 100};
+  auto const before = ::signal(SIGCHLD, SIG_IGN);
+  for (int time = 0; time < 50; ++time) EXPECT_EQ(anyAnswer(quick, {}), std::nullopt);
+  EXPECT_EQ(anyAnswer(slow, {}), std::nullopt);
+  ::signal(SIGCHLD, before);
+
+  std::jthread const reaping([](std::stop_token stop) {
+    while (!stop.stop_requested()) ::waitpid(-1, nullptr, WNOHANG);
+  });
+  for (int time = 0; time < 50; ++time) anyAnswer(quick, {});  // either may be the first to reap it
+  EXPECT_EQ(anyAnswer(slow, {}), std::nullopt);
+  EXPECT_EQ(openDescriptors(), descriptors_);
 }
 
 TEST_F(ChildExchangeTest, GivesTheProgramNothingOfTheHost) {

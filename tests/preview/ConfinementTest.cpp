@@ -5,6 +5,7 @@
 #include <linux/landlock.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -28,7 +29,7 @@ std::string outcomeOf(std::string const& deed, std::string const& files = "none"
   std::array<std::uint8_t, 256> piece;
   for (;;) {
     pollfd waited{child.output(), POLLIN, 0};
-    ::poll(&waited, 1, -1);
+    if (::poll(&waited, 1, 60'000) == 0) return said + "(no end)";
     auto const got = child.read(piece);
     if (!got) break;
     said.append(piece.begin(), piece.begin() + static_cast<std::ptrdiff_t>(*got));
@@ -80,6 +81,8 @@ constexpr DeedCase deeds[] = {
     {"bpf", killed},
     {"raise-limit", "refused EACCES"},
     {"ioctl", "refused EACCES"},
+    {"thread", "done"},
+    {"time-out", "(killed by signal 14)"},
 #if defined(__x86_64__)
     {"other-abi", killed},
 #endif
@@ -106,12 +109,31 @@ TEST(Confinement, HoldsForAnyUser) {
             expected);
 }
 
+TEST(Confinement, HoldsInAHostWithLowerLimitsOfItsOwn) {
+  TemporaryFolder folder;
+  std::filesystem::copy_file(TOLVA_CONFINED, folder / "confined");
+  auto const limited = folder.write(
+      "limited", "#!/bin/sh\nulimit -v 600000\nulimit -t 2\nexec '" + (folder / "confined").string() + "' \"$@\"\n");
+  ASSERT_EQ(::chmod(limited.c_str(), 0755), 0);
+  folder.openToEverybody();
+  EXPECT_EQ(asUnprivileged([&] { return outcomeOf("work", "none", limited); }), "done");
+}
+
 TEST(Confinement, LetsTheFontsBeReadWhereTheKernelCanTellThemFromOtherFiles) {
   EXPECT_EQ(outcomeOf("open-fonts", "fonts"), kernelHasLandlock() ? "done" : "refused EACCES");
   EXPECT_EQ(outcomeOf("open-passwd", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("open-fonts-writing", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("create-file", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("signal-by-descriptor", "fonts"), killed);
+}
+
+TEST(Confinement, IsRefusedWhereASecondThreadWouldEscapeIt) {
+  EXPECT_EQ(outcomeOf("nothing", "late"), "(left with 70)");
+}
+
+TEST(Confinement, LeavesNoThreadsToADecoderThatNeedsNone) {
+  EXPECT_EQ(outcomeOf("thread", "fonts"), "refused EAGAIN");
+  EXPECT_EQ(outcomeOf("fork", "fonts"), killed);
 }
 
 TEST(Confinement, EndsWhatComputesForThreeSeconds) { EXPECT_EQ(outcomeOf("spin"), "(killed by signal 9)"); }

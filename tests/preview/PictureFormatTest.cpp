@@ -50,6 +50,14 @@ TEST(PictureFormat, IsToldByTheFirstBytes) {
        "\0\0\0\x18"
        "ftypavif"sv,
        PictureFormat::heif},
+      {"a sequence of HEIF",
+       "\0\0\0\x18"
+       "ftypmsf1"sv,
+       PictureFormat::heif},
+      {"a sequence of AVIF",
+       "\0\0\0\x18"
+       "ftypavis"sv,
+       {}},
       {"a film",
        "\0\0\0\x18"
        "ftypisom"sv,

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include <string>
 #include <thread>
 
+#include "platform/ChildExchange.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "platform/Uptime.hpp"
 #include "preview/TestPNG.hpp"
@@ -353,6 +355,20 @@ TEST(PreviewHelpers, WorkForAnyUser) {
             "picture page");
 }
 
+TEST(PreviewHelpers, StayWhereTheyWereWhenTheirFolderWasNamed) {
+  auto const before = std::filesystem::current_path();
+  std::filesystem::path const folder = TOLVA_HELPERS;
+  std::filesystem::current_path(folder.parent_path());
+  PreviewHelpers const named(folder.filename());
+  auto const gone = std::filesystem::temp_directory_path() / ("tolva-gone-" + std::to_string(::getpid()));
+  std::filesystem::create_directory(gone);
+  std::filesystem::current_path(gone);
+  EXPECT_TRUE(named.thumbnail(greyPNG(9, 9), noTask));
+  std::filesystem::remove(gone);
+  EXPECT_FALSE(PreviewHelpers("helpers").thumbnail(greyPNG(9, 9), noTask)) << "no folder to look from, and no failure";
+  std::filesystem::current_path(before);
+}
+
 /// A folder with a script under both helpers' names.
 class BadHelpers : public testing::Test {
  protected:
@@ -424,6 +440,31 @@ TEST_F(BadHelpers, EndWithTheTask) {
   EXPECT_THROW(hanging.thumbnail(picture_, source.get_token()), TaskCancelled);
   EXPECT_THROW(hanging.firstPage(document_, source.get_token()), TaskCancelled);
   EXPECT_THROW(hanging.thumbnail({}, source.get_token()), TaskCancelled);
+}
+
+TEST(PreviewHelpers, HoldTheHostToTheBoundsInBytes) {
+  auto const answered = [](char const* program, Bytes const& request) {
+    return ChildExchange{
+        .program = std::filesystem::path(TOLVA_HELPERS) / program, .time = 60s, .mostAnswer = HelperAnswer::mostBytes}
+        .ask(request, noTask)
+        .has_value();
+  };
+  Bytes picture = greyPNG(9, 9);
+  picture.resize(PreviewLimits::mostPicture);  // nothing of it is looked at behind the picture's end
+  EXPECT_TRUE(answered("tolva-image-helper", picture));
+  EXPECT_TRUE(thumbnail(picture));
+  picture.push_back(0);
+  EXPECT_FALSE(answered("tolva-image-helper", picture));
+  EXPECT_FALSE(thumbnail(picture));
+
+  std::size_t const rest = documentOf("/MediaBox[0 0 9 9]", "").size() + 5;  // its length takes six digits and not one
+  Bytes document = bytesOf(documentOf("/MediaBox[0 0 9 9]", std::string(PreviewLimits::mostDocument - rest, ' ')));
+  ASSERT_EQ(document.size(), PreviewLimits::mostDocument);
+  EXPECT_TRUE(answered("tolva-pdf-helper", document));
+  EXPECT_TRUE(helpers.firstPage(document, noTask));
+  document.push_back(' ');
+  EXPECT_FALSE(answered("tolva-pdf-helper", document));
+  EXPECT_FALSE(helpers.firstPage(document, noTask));
 }
 
 TEST_F(BadHelpers, AreNotStartedForWhatNoHelperDecodes) {

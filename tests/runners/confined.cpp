@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
-// usage: confined none|fonts DEED
+// usage: confined none|fonts|late DEED
 //
-// Confines itself as the helpers do, with no files or with the fonts to read, then tries one deed and tells what came of
-// it: "done", or "refused" and why. Of a deed that ends the process nothing is told.
+// Confines itself as the helpers do, with threads and no files or with the fonts to read and no threads, then tries one
+// deed and tells what came of it: "done", or "refused" and why. Of a deed that ends the process nothing is told.
+// With "late" there is a second thread already, and nothing but the confinement is tried.
 
 #include <fcntl.h>
 #include <linux/bpf.h>
+#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -70,6 +72,13 @@ long raiseLimit() {
   return ::setrlimit(RLIMIT_FSIZE, &more);
 }
 
+long startThread() {
+  pthread_t thread;
+  errno = ::pthread_create(
+      &thread, nullptr, [](void*) -> void* { return nullptr; }, nullptr);
+  return errno == 0 ? 0 : -1;
+}
+
 struct Deed {
   char const* name;
   long (*attempt)();
@@ -111,6 +120,8 @@ constexpr Deed deeds[] = {
     {"become-root", [] { return long{::setuid(0)}; }},
     {"bpf", [] { return ::syscall(SYS_bpf, BPF_MAP_CREATE, scratch, sizeof(bpf_attr)); }},
     {"raise-limit", raiseLimit},
+    {"thread", startThread},
+    {"time-out", [] { return long{::raise(SIGALRM)}; }},
     {"ioctl", [] { return ::syscall(SYS_ioctl, 0, 0x5412 /* TIOCSTI */, scratch); }},
     {"other-abi", [] { return ::syscall(0x40000000 | SYS_getpid); }},
 };
@@ -122,8 +133,13 @@ int say(std::string const& text) { return ::write(STDOUT_FILENO, text.data(), te
 int main(int count, char** arguments) {
   if (count != 3) return 2;
   leaked = ::open("/etc/passwd", O_RDONLY);
+  if (arguments[1] == std::string("late")) {
+    std::thread(::pause).detach();
+    return tolva::confine({}) ? 0 : 70;
+  }
   constexpr char const* fonts[] = {"/etc/fonts", "/nonexistent"};
-  bool const confined = arguments[1] == std::string("fonts") ? tolva::confine(fonts) : tolva::confine({});
+  bool const confined =
+      arguments[1] == std::string("fonts") ? tolva::confine({.readable = fonts}) : tolva::confine({.threads = true});
   if (!confined) return 70;
   for (Deed const& deed : deeds) {
     if (arguments[2] != std::string(deed.name)) continue;

@@ -14,6 +14,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <memory>
@@ -23,7 +24,7 @@ namespace {
 
 // What the filter lets through ----------------------------------------------------------------------
 
-/// Memory, time, threads, and the descriptors that are there.
+/// Memory, time, what threads that were started take, and the descriptors that are there.
 constexpr int allowed[] = {
     SCMP_SYS(brk),
     SCMP_SYS(clock_getres),
@@ -114,7 +115,7 @@ class Filter {
   bool failed_ = false;
 };
 
-bool filterCalls(bool withFiles) {
+bool filterCalls(bool withFiles, bool withThreads) {
   unsigned const files = withFiles ? SCMP_ACT_ALLOW : refuse;
   Filter filter;
   filter.addAll(SCMP_ACT_ALLOW, allowed);
@@ -144,7 +145,8 @@ bool filterCalls(bool withFiles) {
 
   // Threads, and no processes. The flags of clone3 lie in memory, where no filter sees them; without it libc uses clone.
   constexpr std::uint64_t thread = CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD;
-  filter.add(SCMP_ACT_ALLOW, SCMP_SYS(clone), scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, thread, thread});
+  unsigned const threads = withThreads ? SCMP_ACT_ALLOW : SCMP_ACT_ERRNO(EAGAIN);
+  filter.add(threads, SCMP_SYS(clone), scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, thread, thread});
   filter.add(SCMP_ACT_ERRNO(ENOSYS), SCMP_SYS(clone3));
 
   // Signals to itself, which is how `abort` ends it.
@@ -188,8 +190,12 @@ Landlock closeFiles(std::span<char const* const> readable) {
 
 // The process -------------------------------------------------------------------------------------
 
+/// Never raises what the host has set lower, which only root could.
 bool limit(decltype(RLIMIT_CPU) resource, rlim_t most) {
-  rlimit const both{most, most};
+  rlimit both{};
+  if (::getrlimit(resource, &both) != 0) return false;
+  both.rlim_max = std::min(both.rlim_max, most);
+  both.rlim_cur = std::min(both.rlim_cur, both.rlim_max);
   return ::setrlimit(resource, &both) == 0;
 }
 
@@ -211,13 +217,15 @@ bool hasOneThread() {
 
 }  // namespace
 
-bool confine(std::span<char const* const> readable) {
+bool confine(ConfinementNeeds const& needs) {
   // Landlock holds for the calling thread and those that it starts.
   if (!hasOneThread() || ::close_range(STDERR_FILENO + 1, ~0u, 0) != 0) return false;
   if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::prctl(PR_SET_DUMPABLE, 0) != 0) return false;
+  ::alarm(30);  // its parent may have died before it asked for the signal; far beyond what any parent waits
   if (!limitResources() || !dropCapabilities() || ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return false;
-  Landlock const landlock = closeFiles(readable);
-  return landlock != Landlock::failed && filterCalls(landlock == Landlock::armed && !readable.empty());
+  Landlock const landlock = closeFiles(needs.readable);
+  return landlock != Landlock::failed &&
+         filterCalls(landlock == Landlock::armed && !needs.readable.empty(), needs.threads);
 }
 
 }  // namespace tolva

@@ -5,16 +5,23 @@
 
 namespace tolva {
 
+/// What a decoder cannot do without, beside memory and time.
+struct ConfinementNeeds {
+  std::span<char const* const> readable{};  // folders of files to read
+  bool threads = false;
+};
+
 /// Gives up, for the rest of this process, all that a decoder of hostile bytes has no need of.
 ///
 /// What is left: the descriptors 0 to 2, memory (768 MiB of addresses in all, none of it executable that is not so
-/// already), 3 seconds of processor time, threads, and reading the files below `readable`. These stay closed as well on a
-/// kernel without Landlock, which alone can tell one file from another. Gone are new privileges and old capabilities,
+/// already), 3 seconds of processor time, 30 of any time, and what it needs: threads, and reading the files below `readable`. These
+/// stay closed as well on a kernel without Landlock, which alone can tell one file from another. Gone are new privileges and old capabilities,
 /// other processes, programs, sockets, writing to files, core dumps. A call that the libraries try and can do without
-/// fails; any other ends the process with SIGSYS. The process dies with the thread that started it.
+/// fails; any other ends the process with SIGSYS. The process dies with the thread that started it; should
+/// that have ended already, the 30 seconds end it, unless hostile code waits in it for nothing.
 ///
 /// Called once, with one thread, before the first hostile byte is read. False when any part of it cannot be had; then
 /// the process must end.
-bool confine(std::span<char const* const> readable);
+bool confine(ConfinementNeeds const& needs);
 
 }  // namespace tolva

@@ -18,10 +18,11 @@ struct Unreference {
 };
 using Image = std::unique_ptr<VipsImage, Unreference>;
 
-/// The header alone: pixels are decoded when they are asked for.
-Image header(std::span<std::uint8_t const> picture) {
-  return Image(
-      vips_image_new_from_buffer(picture.data(), picture.size(), "", "access", VIPS_ACCESS_SEQUENTIAL, nullptr));
+/// The first picture, and never a smaller one that the file has beside it. The header alone is read now: pixels are
+/// decoded when they are asked for, and the first that cannot be ends it.
+Image opened(std::span<std::uint8_t const> picture) {
+  return Image(vips_image_new_from_buffer(picture.data(), picture.size(), "", "access", VIPS_ACCESS_SEQUENTIAL,
+                                          "fail_on", VIPS_FAIL_ON_ERROR, nullptr));
 }
 
 constexpr int side = PreviewLimits::thumbnailSide;
@@ -35,26 +36,39 @@ int factorAtDecoding(VipsImage* header) {
   return factor;
 }
 
-Image shrunkJPEG(void* bytes, std::size_t size, int factor) {
+Image decodedJPEG(void* bytes, std::size_t size, int factor) {
   VipsImage* decoded = nullptr;
-  if (vips_jpegload_buffer(bytes, size, &decoded, "shrink", factor, "access", VIPS_ACCESS_SEQUENTIAL, "fail_on",
-                           VIPS_FAIL_ON_ERROR, nullptr) != 0) {
-    return {};
-  }
-  Image const owned(decoded);
-  VipsImage* small = nullptr;
-  return Image(vips_thumbnail_image(decoded, &small, side, "height", side, "size", VIPS_SIZE_DOWN, nullptr) == 0
-                   ? small
-                   : nullptr);
+  bool const made = vips_jpegload_buffer(bytes, size, &decoded, "shrink", factor, "access", VIPS_ACCESS_SEQUENTIAL,
+                                         "fail_on", VIPS_FAIL_ON_ERROR, nullptr) == 0;
+  return Image(made ? decoded : nullptr);
 }
 
-Image shrunk(std::span<std::uint8_t const> picture, PictureFormat format, VipsImage* header) {
-  void* const bytes = const_cast<std::uint8_t*>(picture.data());  // libvips only reads them
-  if (format == PictureFormat::jpeg) return shrunkJPEG(bytes, picture.size(), factorAtDecoding(header));
+Image shrunk(Image const& picture) {
   VipsImage* small = nullptr;
-  bool const made = vips_thumbnail_buffer(bytes, picture.size(), &small, side, "height", side, "size", VIPS_SIZE_DOWN,
-                                          "fail_on", VIPS_FAIL_ON_ERROR, nullptr) == 0;
+  bool const made = picture && vips_thumbnail_image(picture.get(), &small, side, "height", side, "size", VIPS_SIZE_DOWN,
+                                                    nullptr) == 0;
   return Image(made ? small : nullptr);
+}
+
+/// For formats that are scaled as they are decoded. Of TIFF and HEIF this would take another picture of the file: a
+/// later page of half the size, or the thumbnail that came with it.
+Image shrunkAtDecoding(void* bytes, std::size_t size) {
+  VipsImage* small = nullptr;
+  bool const made = vips_thumbnail_buffer(bytes, size, &small, side, "height", side, "size", VIPS_SIZE_DOWN, "fail_on",
+                                          VIPS_FAIL_ON_ERROR, nullptr) == 0;
+  return Image(made ? small : nullptr);
+}
+
+Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image const& picture) {
+  void* const start = const_cast<std::uint8_t*>(bytes.data());  // libvips only reads them
+  switch (format) {
+    case PictureFormat::jpeg:
+      return shrunk(decodedJPEG(start, bytes.size(), factorAtDecoding(picture.get())));
+    case PictureFormat::webp:
+      return shrunkAtDecoding(start, bytes.size());
+    default:
+      return shrunk(picture);
+  }
 }
 
 /// Eight bits a sample, whatever the picture had.
@@ -81,18 +95,19 @@ bool PictureDecoder::prepare(bool heif) {
   vips_cache_set_max(0);
   vips_concurrency_set(2);
   if (!heif) return true;
-  return g_module_open(TOLVA_VIPS_MODULES "/vips-heif.so", G_MODULE_BIND_LOCAL) != nullptr;
+  constexpr char const* plugin = TOLVA_VIPS_MODULES "/vips-heif.so";
+  if (!g_file_test(plugin, G_FILE_TEST_EXISTS)) return true;  // built into libvips, or not there at all
+  return g_module_open(plugin, G_MODULE_BIND_LOCAL) != nullptr;
 }
 
 std::optional<Bytes> PictureDecoder::thumbnail(std::span<std::uint8_t const> picture) {
   auto const format = pictureFormat(picture);
   if (!format) return {};
-  Image const announced = header(picture);
-  if (!announced ||
-      !PreviewLimits::decodes(vips_image_get_width(announced.get()), vips_image_get_height(announced.get()))) {
+  Image const whole = opened(picture);
+  if (!whole || !PreviewLimits::decodes(vips_image_get_width(whole.get()), vips_image_get_height(whole.get()))) {
     return {};
   }
-  Image small = shrunk(picture, *format, announced.get());
+  Image small = shrunk(picture, *format, whole);
   if (small) small = eightBits(std::move(small));
   void* png = nullptr;
   std::size_t size = 0;

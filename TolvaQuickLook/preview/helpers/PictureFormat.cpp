@@ -23,11 +23,18 @@ constexpr Magic magics[] = {
     {0, "II*\0"sv, PictureFormat::tiff},
     {0, "MM\0*"sv, PictureFormat::tiff},
     {8, "WEBP"sv, PictureFormat::webp},  // behind "RIFF" and a length
-    // The brands of ISO/IEC 23008-12 and of AVIF, behind the length of the box and "ftyp".
+    // The brands of ISO/IEC 23008-12 and of AVIF, behind the length of the box and "ftyp": pictures, then sequences. No
+    // "avis", a sequence of AVIF, which libvips does not take for its own.
     {8, "heic"sv, PictureFormat::heif},
     {8, "heix"sv, PictureFormat::heif},
     {8, "mif1"sv, PictureFormat::heif},
     {8, "avif"sv, PictureFormat::heif},
+    {8, "heim"sv, PictureFormat::heif},
+    {8, "heis"sv, PictureFormat::heif},
+    {8, "hevc"sv, PictureFormat::heif},
+    {8, "hevm"sv, PictureFormat::heif},
+    {8, "hevs"sv, PictureFormat::heif},
+    {8, "msf1"sv, PictureFormat::heif},
 };
 
 bool holds(std::span<std::uint8_t const> bytes, std::size_t offset, std::string_view wanted) {

@@ -14,7 +14,7 @@
 int main(int count, char** arguments) {
   using namespace tolva;
   bool const heif = count > 1 && arguments[1] == std::string_view("heif");
-  if (!PictureDecoder::prepare(heif) || !confine({})) _exit(70);
+  if (!PictureDecoder::prepare(heif) || !confine({.threads = true})) _exit(70);
   auto const picture = readRequest(PreviewLimits::mostPicture);
   auto const png = picture ? PictureDecoder::thumbnail(*picture) : std::nullopt;
   // Nothing is put in order: the process is over, and what it did to the libraries' state is anyone's guess.

@@ -18,7 +18,7 @@ int main() {
                                       "/var/cache/fontconfig",
                                       "/usr/share/poppler",
                                       "/usr/share/color"};
-  if (!confine(readable)) _exit(70);
+  if (!confine({.readable = readable})) _exit(70);
   auto const document = readRequest(PreviewLimits::mostDocument);
   auto const page = document ? DocumentDecoder::firstPage(*document) : std::nullopt;
   // Nothing is put in order: the process is over, and what it did to the libraries' state is anyone's guess.
