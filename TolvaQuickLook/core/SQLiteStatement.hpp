@@ -50,8 +50,9 @@ class TOLVA_EXPORT SQLiteStatement {
   int columnCount() const;
   std::vector<std::string> names() const;
 
-  /// One column. With `full` false a blob of any size, and a text above `inlineTextLimit`, comes back as a marker of its
-  /// length and its bytes are not fetched. Invalid UTF-8 is repaired to U+FFFD: such a text may equal no stored one.
+  /// One column. With `full` false a blob of any size, and a text above `inlineTextLimit`, comes back as a marker of
+  /// its length and its bytes are not fetched. Invalid UTF-8 is repaired to U+FFFD: such a text may equal no stored
+  /// one.
   SQLiteValue value(int index, bool full) const;
 
   /// All columns, by the same rules.
@@ -64,7 +65,6 @@ class TOLVA_EXPORT SQLiteStatement {
   std::shared_ptr<SQLiteConnection> const& connection() const { return connection_; }
 
  private:
-  void bindOne(int parameter, SQLiteValue const& value);
   template <class Take>
   void readColumn(int index, bool full, Take&& take) const;  // under the handle's mutex
   void requireMemory() const;
