@@ -28,10 +28,10 @@ class SQLiteConnection;
 /// The read service of one open database.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
-/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs, though not one that is still being
-/// prepared. Operations on a closed reader throw "No database is open."; SQLite's failures pass through as
-/// `DatabaseError`. Opening a file and reading its schema may take `MemoryBudget::ordinary`, the records that they return
-/// included, and no certain time; a hostile file ends them as "out of memory".
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs, though not one that is still
+/// being prepared. Operations on a closed reader throw "No database is open."; SQLite's failures pass through as
+/// `DatabaseError`. Opening a file and reading its schema may take `MemoryBudget::ordinary`, the records that they
+/// return included, and no certain time; a hostile file ends them as "out of memory".
 class TOLVA_EXPORT DatabaseReader {
  public:
   DatabaseReader();
@@ -66,12 +66,12 @@ class TOLVA_EXPORT DatabaseReader {
   // Rows ---------------------------------------------------------------------------------------
   //
   // Blobs, and texts above `inlineTextLimit`, come as markers of their length. A filter or sort on a column that is not
-  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row. A schema
-  // of which columns have gone since it was read fails with "no such column".
+  // in the schema throws; so does a deferred value in a filter or an identity. `task` is checked before each row. A
+  // schema of which columns have gone since it was read fails with "no such column".
 
   /// The first page, or the one that `token` leads to: at most 500 rows, and none more once they take 4 MiB. The end of
-  /// the table is the empty page, never a short one. Fails with code 11, as SQLite does on damage that it finds, where the
-  /// rows of a damaged file are so out of order that pages would follow each other for ever.
+  /// the table is the empty page, never a short one. Fails with code 11, as SQLite does on damage that it finds, where
+  /// the rows of a damaged file are so out of order that pages would follow each other for ever.
   RowPage page(TableSchema const& schema, BrowseRequest const& request, std::optional<PageToken> const& token,
                std::stop_token task);
 

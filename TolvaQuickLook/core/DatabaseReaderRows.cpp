@@ -45,8 +45,8 @@ RowPage readPage(RowCursor& cursor, std::int64_t delivered, std::stop_token cons
 }
 
 /// Fails when a page by key leads back to where it began, as it can where a damaged file has its rows out of order: one
-/// page would lead to the other for ever. SQLite itself compares each row with a key of several columns, so that no page
-/// by one goes back. A token whose key would skip rows leads on by its offset.
+/// page would lead to the other for ever. SQLite itself compares each row with a key of several columns, so that no
+/// page by one goes back. A token whose key would skip rows leads on by its offset.
 void checkNext(RowPage& page, SQLiteConnection& connection, TableSchema const& schema, BrowseRequest const& request,
                std::optional<PageToken> const& token) {
   if (!page.next || !goesOnByKey(*page.next, schema, request)) return;

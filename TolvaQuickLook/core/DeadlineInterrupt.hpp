@@ -11,10 +11,11 @@ namespace tolva {
 
 /// Interrupts whatever runs on one handle once a deadline has come, and again and again until its scope ends.
 ///
-/// The progress handler counts operations of SQLite's virtual machine, and one operation reads a whole value: entries of
-/// a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is noticed
-/// at the next row, and in a schema that is being parsed at the next blank. Belongs to the thread that made it, for as
-/// long as the handle is open. It watches from a thread of its own, which it does without where no value can be large.
+/// The progress handler counts operations of SQLite's virtual machine, and one operation reads a whole value: entries
+/// of a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is
+/// noticed at the next row, and in a schema that is being parsed at the next blank. Belongs to the thread that made it,
+/// for as long as the handle is open. It watches from a thread of its own, which it does without where no value can be
+/// large.
 class DeadlineInterrupt {
  public:
   DeadlineInterrupt(sqlite3* handle, Uptime deadline);

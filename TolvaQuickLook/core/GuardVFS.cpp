@@ -155,7 +155,8 @@ int closeDatabase(sqlite3_file* file) noexcept {
   return closed;
 }
 
-/// Holds the "-shm" file under the inode that it has now; a database that leaves WAL mode and returns to it has a new one.
+/// Holds the "-shm" file under the inode that it has now; a database that leaves WAL mode and returns to it has a new
+/// one.
 void followSharedMemory(sqlite3_file* file, std::optional<FileNode> const& now) {
   std::optional<FileNode> const before = databases().find(file).sharedMemory;
   if (now == before) return;
@@ -164,8 +165,8 @@ void followSharedMemory(sqlite3_file* file, std::optional<FileNode> const& now) 
   if (before) LockedFiles::letGo(*before);
 }
 
-/// The first region is mapped before the others and, where the file is not there yet, makes it. SQLite's locks begin with
-/// it, so a file that is there is held before.
+/// The first region is mapped before the others and, where the file is not there yet, makes it. SQLite's locks begin
+/// with it, so a file that is there is held before.
 int mapSharedMemory(sqlite3_file* file, int region, int bytes, int extend, void volatile** memory) noexcept try {
   OpenDatabase const database = databases().find(file);
   if (region != 0) return database.methods->xShmMap(file, region, bytes, extend, memory);

@@ -20,12 +20,12 @@ class KeyOrder {
 
   KeyOrder(SQLiteConnection& connection, TableSchema const& schema) : connection_(connection), schema_(schema) {}
 
-  /// Whether a row may follow that compares equal to `identity`, and so is not behind it: the key of a WITHOUT ROWID table
-  /// can tell texts apart which the collation of its column, that comparisons go by, does not.
+  /// Whether a row may follow that compares equal to `identity`, and so is not behind it: the key of a WITHOUT ROWID
+  /// table can tell texts apart which the collation of its column, that comparisons go by, does not.
   bool mayHideRows(Identity const& identity);
 
-  /// Whether `to`, in an identity of one column, surely does not stand behind `from`. Never sure of a number and a text:
-  /// the column's type may turn one into the other before it compares them.
+  /// Whether `to`, in an identity of one column, surely does not stand behind `from`. Never sure of a number and a
+  /// text: the column's type may turn one into the other before it compares them.
   bool contradicts(SQLiteValue const& from, SQLiteValue const& to) const;
 
   /// The collations, in upper case, by which the key of a WITHOUT ROWID table holds one column of the identity; none in

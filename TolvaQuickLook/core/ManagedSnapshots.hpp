@@ -9,8 +9,8 @@ namespace tolva {
 std::filesystem::path defaultSnapshotRoot();
 
 /// Whether `path`, made absolute with its links resolved, lies in the user's snapshot store, whose databases are never
-/// written. The test is of the path alone: a second name of a snapshot elsewhere is none. A user without a home folder has
-/// no store.
+/// written. The test is of the path alone: a second name of a snapshot elsewhere is none. A user without a home folder
+/// has no store.
 bool isManagedSnapshot(std::filesystem::path const& path);
 
 }  // namespace tolva

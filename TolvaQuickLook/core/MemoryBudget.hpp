@@ -9,7 +9,8 @@
 
 namespace tolva {
 
-/// What SQLite, and what an operation keeps of its answers, may allocate on this thread for a scope: a number of bytes, and until when.
+/// What SQLite, and what an operation keeps of its answers, may allocate on this thread for a scope: a number of bytes,
+/// and until when.
 ///
 /// A running statement can be interrupted, but one that is still being prepared cannot, nor can a schema that is being
 /// parsed; both allocate all the time. Once a budget is spent SQLite gets no more memory until the scope ends: a

@@ -25,7 +25,8 @@ inline bool isOver(Uptime deadline, Uptime now, DeadlineTest test) {
 /// cancelled, fails as cancelled.
 ///
 /// The clock is asked every `period` operations of SQLite's virtual machine, and now and then when SQLite allocates: a
-/// statement that is still being prepared runs no operations. Belongs to the thread that made it, for as long as the handle is open. One at a time for a handle.
+/// statement that is still being prepared runs no operations. Belongs to the thread that made it, for as long as the
+/// handle is open. One at a time for a handle.
 class TOLVA_EXPORT ProgressDeadline {
  public:
   ProgressDeadline(sqlite3* handle, Uptime deadline, int period, DeadlineTest test, std::stop_token task);

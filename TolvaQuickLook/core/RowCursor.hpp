@@ -7,8 +7,8 @@
 
 namespace tolva {
 
-/// The rows of a statement that selects a schema's columns and then its identity, as `selectList` names them. Used in the
-/// turn of the connection's service; the schema outlives it.
+/// The rows of a statement that selects a schema's columns and then its identity, as `selectList` names them. Used in
+/// the turn of the connection's service; the schema outlives it.
 ///
 /// Preparing takes at most `MemoryBudget::ordinary`, which a view can be made to exceed; what the rows take is theirs.
 /// Where another process has changed the schema since the connection last read, the first step compiles again, without

@@ -23,7 +23,8 @@ class TOLVA_EXPORT RowSelection {
   RowSelection(std::initializer_list<Range> ranges);
 
   /// Adds the positions of a range, which may be in the set already. An empty range adds none; one that begins below 0
-  /// is a fault of the program and throws `std::out_of_range`, as does the last 64-bit position, which no range ends behind.
+  /// is a fault of the program and throws `std::out_of_range`, as does the last 64-bit position, which no range ends
+  /// behind.
   void insert(Range range);
   void insert(std::int64_t position);
 

@@ -13,8 +13,8 @@ class TOLVA_EXPORT SQLiteLibrary {
  public:
   /// Puts the memory budget under SQLite's allocator and registers the guard of files, once; later calls return at
   /// once. Every open calls it. A program that uses SQLite on its own calls it before the first use of SQLite by any of
-  /// its threads: once SQLite is initialised its allocator is fixed, and hostile files can then take more memory and time than the
-  /// budgets say.
+  /// its threads: once SQLite is initialised its allocator is fixed, and hostile files can then take more memory and
+  /// time than the budgets say.
   static void prepare();
 
   /// Whether the memory budgets hold. False when SQLite had been initialised before `prepare`.

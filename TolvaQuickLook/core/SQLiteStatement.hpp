@@ -50,8 +50,9 @@ class TOLVA_EXPORT SQLiteStatement {
   int columnCount() const;
   std::vector<std::string> names() const;
 
-  /// One column. With `full` false a blob of any size, and a text above `inlineTextLimit`, comes back as a marker of its
-  /// length and its bytes are not fetched. Invalid UTF-8 is repaired to U+FFFD: such a text may equal no stored one.
+  /// One column. With `full` false a blob of any size, and a text above `inlineTextLimit`, comes back as a marker of
+  /// its length and its bytes are not fetched. Invalid UTF-8 is repaired to U+FFFD: such a text may equal no stored
+  /// one.
   SQLiteValue value(int index, bool full) const;
 
   /// All columns, by the same rules.

@@ -31,8 +31,8 @@ class PreviewProvider {
   PreviewProvider(PreviewProvider const&) = delete;
   PreviewProvider& operator=(PreviewProvider const&) = delete;
 
-  /// The summary of a SQLite file as 650 by 460 points of plain text in UTF-8, titled with the file's name. Blocks until
-  /// the whole text is made. Throws what `DatabaseReader::preview` throws.
+  /// The summary of a SQLite file as 650 by 460 points of plain text in UTF-8, titled with the file's name. Blocks
+  /// until the whole text is made. Throws what `DatabaseReader::preview` throws.
   QLPreviewReply providePreview(QLFilePreviewRequest const& request, std::stop_token task);
 
   /// The same for a caller that does not wait: returns at once, and calls `completion` on another thread with either

@@ -9,7 +9,8 @@ namespace tolva {
 /// more or no name: the file system has an answer to that.
 std::filesystem::path absolutePath(std::filesystem::path const& path);
 
-/// Whether `path` has a NUL in it. No file is called so, but a call of the system ends the name there and finds another.
+/// Whether `path` has a NUL in it. No file is called so, but a call of the system ends the name there and finds
+/// another.
 bool holdsNUL(std::filesystem::path const& path) noexcept;
 
 }  // namespace tolva

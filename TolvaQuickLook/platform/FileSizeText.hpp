@@ -6,7 +6,8 @@
 
 namespace tolva {
 
-/// A size in bytes as a file manager shows it: "Zero KB", "1 byte", "999 bytes", "184 KB", "1.5 MB", "1.23 GB". A value.
+/// A size in bytes as a file manager shows it: "Zero KB", "1 byte", "999 bytes", "184 KB", "1.5 MB", "1.23 GB". A
+/// value.
 ///
 /// Decimal units; KB without decimals, MB with at most one, GB and above with at most two; half to even; what rounds up
 /// to 1000 takes the next unit. A negative size is the text of its magnitude behind "-".

@@ -22,8 +22,8 @@
 
 namespace tolva {
 
-/// How `T` stands in JSON: `write` appends one value, `read` makes a `T` of one. `key` is where the value was found, for
-/// the error's sentence; it is empty for a value that stands alone.
+/// How `T` stands in JSON: `write` appends one value, `read` makes a `T` of one. `key` is where the value was found,
+/// for the error's sentence; it is empty for a value that stands alone.
 ///
 /// A record has a form as soon as its fields are listed, in the order in which they are written. The list stands behind
 /// the record at namespace scope, never inside it:

@@ -12,8 +12,8 @@ namespace tolva {
 /// Any thread: one plain lock, under which both the decision and the close happen, so that no hold slips in between.
 class LockedFiles {
  public:
-  /// Called before SQLite takes its first lock on a file, and counted: each connection holds for itself. In WAL mode the
-  /// locks lie on the "-shm" companion, which appears with the first statement and is held as well.
+  /// Called before SQLite takes its first lock on a file, and counted: each connection holds for itself. In WAL mode
+  /// the locks lie on the "-shm" companion, which appears with the first statement and is held as well.
   static void hold(FileNode file);
 
   /// Called when SQLite has closed it. With the last hold the descriptors that were parked meanwhile are closed.

@@ -53,7 +53,8 @@ std::size_t fill(std::span<std::uint8_t> into, std::filesystem::path const& path
 
 }  // namespace
 
-// Each begins as the whole, empty object, so that a refusal inside `open` closes the descriptor as every other end does.
+// Each begins as the whole, empty object, so that a refusal inside `open` closes the descriptor as every other end
+// does.
 SafeFile::SafeFile(std::filesystem::path const& path, Links links) : SafeFile() { open(AT_FDCWD, path, links); }
 
 SafeFile::SafeFile(int folder, std::string const& name, Links links) : SafeFile() { open(folder, name, links); }

@@ -5,7 +5,8 @@
 
 #include "platform/Export.hpp"
 
-// Clang's thread-safety analysis (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html); nothing under other compilers.
+// Clang's thread-safety analysis (https://clang.llvm.org/docs/ThreadSafetyAnalysis.html); nothing under other
+// compilers.
 #if defined(__clang__)
 #define TOLVA_THREAD_ATTRIBUTE(x) __attribute__((x))
 #else
