@@ -8,12 +8,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <regex>
 #include <thread>
 
 #include "core/MemoryBudget.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "platform/UUID.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/NoTask.hpp"
@@ -79,12 +79,16 @@ TEST(DatabaseBackup, IsACompleteCopyUnderATellingName) {
   std::filesystem::path const backup = scene.backUp();
   EXPECT_EQ(backup.parent_path(), scene.backups);
   EXPECT_EQ(rowsAsText(backup, "SELECT a FROM t; PRAGMA integrity_check"), "1\n2\nok");
-  std::smatch parts;
   std::string const name = backup.filename();
-  ASSERT_TRUE(
-      std::regex_match(name, parts, std::regex("backup-([0-9]+)-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.sqlite")));
-  EXPECT_GE(std::stoll(parts[1]), before);
-  EXPECT_LE(std::stoll(parts[1]), seconds());
+  std::string const prefix = "backup-";
+  ASSERT_TRUE(name.starts_with(prefix)) << name;
+  std::size_t const dash = name.find('-', prefix.size());
+  std::string const time = name.substr(prefix.size(), dash - prefix.size());
+  std::optional<UUID> const uuid = UUID::parse(name.substr(dash + 1, 36));
+  ASSERT_TRUE(uuid) << name;
+  EXPECT_EQ(name, prefix + time + "-" + uuid->text() + ".sqlite");
+  EXPECT_GE(std::stoll(time), before);
+  EXPECT_LE(std::stoll(time), seconds());
   EXPECT_EQ(scene.names(), Names{name});
 }
 

@@ -6,9 +6,9 @@
 #include <sys/stat.h>
 
 #include <limits>
-#include <regex>
 
 #include "platform/TaskCancellation.hpp"
+#include "platform/UUID.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
@@ -42,8 +42,11 @@ TEST(QuerySpool, IsAFileOfItsOwnerThatGoesWithIt) {
     QuerySpool const spool;
     path = spool.path();
     EXPECT_EQ(path.parent_path(), scene.folder / ("tolva-" + std::to_string(::geteuid())));
-    EXPECT_TRUE(std::regex_match(path.filename().string(),
-                                 std::regex("tolva-query-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.sqlite")));
+    std::string const name = path.filename();
+    std::string const prefix = "tolva-query-";
+    std::string const uuid = name.substr(prefix.size(), 36);
+    ASSERT_TRUE(UUID::parse(uuid)) << name;
+    EXPECT_EQ(name, prefix + UUID::parse(uuid)->text() + ".sqlite");
     struct stat status {};
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 0777, 0600U);

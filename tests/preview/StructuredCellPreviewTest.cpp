@@ -494,6 +494,7 @@ TEST(StructuredCellPreview, EndsAPDFWithItsTask) {
       TaskCancelled);
 }
 
+#ifdef TOLVA_HELPERS
 TEST(StructuredCellPreview, DrawsTheFirstPageOfRealDocuments) {
   TOLVA_NEEDS_CORPORA();
   PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
@@ -515,6 +516,7 @@ TEST(StructuredCellPreview, DrawsTheFirstPageOfRealDocuments) {
   }
   EXPECT_GT(drawn, 50);
 }
+#endif
 
 }  // namespace
 }  // namespace tolva
