@@ -2,9 +2,12 @@
 #include "preview/CellPreviewService.hpp"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <fstream>
 #include <thread>
 
 #include "platform/TaskCancellation.hpp"
@@ -15,6 +18,7 @@
 #include "support/SQLitePeer.hpp"
 #include "support/TableRows.hpp"
 #include "support/TemporaryDatabase.hpp"
+#include "support/Unprivileged.hpp"
 
 namespace tolva {
 namespace {
@@ -332,6 +336,8 @@ TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
 
 CellPreview const threeBytes{.storageType = "blob", .totalBytes = 5, .bytes = {1, 0, 2}};
 
+DatabaseError const ofTheDatabase("Choose a new file outside the database and its companion files.", 1);
+
 TEST(CellPreviewService, SavesTheBytesThatAreHeld) {
   TemporaryFolder const folder;
   service().save(threeBytes, folder / "a.bin", folder / "a.db", noTask);
@@ -362,6 +368,10 @@ SaveCase const companions[] = {
     {"its journal", "real/a.db-journal", "real/a.db"},
     {"the database by a link", "link.db", "real/a.db"},
     {"the log by a link to its folder", "folder/a.db-wal", "real/a.db"},
+    {"the shared memory by a link to its folder", "folder/a.db-shm", "real/a.db"},
+    {"the journal by a link to its folder", "folder/a.db-journal", "real/a.db"},
+    {"the shared memory of a database that was opened by a link", "real/a.db-shm", "link.db"},
+    {"the journal of a database that was opened by a link", "real/a.db-journal", "link.db"},
     {"the log by a link to where it would be", "dangling", "real/a.db"},
     {"the log by a way up and down", "real/../real/a.db-wal", "real/a.db"},
     {"the log of a database that was opened by a link", "real/a.db-wal", "link.db"},
@@ -378,11 +388,74 @@ TEST(CellPreviewService, NeverSavesAsAFileOfTheDatabase) {
   for (SaveCase const& each : companions) {
     SCOPED_TRACE(each.says);
     EXPECT_EQ(failureOf([&] { service().save(threeBytes, folder / each.target, folder / each.source, noTask); }),
-              DatabaseError("Choose a new file outside the database and its companion files.", 1));
+              ofTheDatabase);
   }
   EXPECT_EQ(folder.read("real/a.db"), "database");
   EXPECT_EQ(folder.names(), (std::vector<std::string>{"dangling", "folder", "link.db", "real"}));
   service().save(threeBytes, folder / "real/a.db-other", folder / "real/a.db", noTask);
+}
+
+/// A folder may hold one file under both names.
+TEST(CellPreviewService, NeverSavesAsAFileOfTheDatabaseInOtherCase) {
+  TemporaryFolder const folder;
+  fs::create_directory(folder / "real");
+  fs::create_symlink("real", folder / "folder");
+  auto const save = [&](char const* target) {
+    service().save(threeBytes, folder / target, folder / "real/a.db", noTask);
+  };
+  for (char const* target : {"real/A.db", "real/a.db-WAL", "folder/A.DB-Shm", "real/A.db-JOURNAL"}) {
+    EXPECT_EQ(failureOf([&] { save(target); }), ofTheDatabase) << target;
+  }
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
+  EXPECT_NO_THROW(save("A.db-wal")) << "another folder";
+}
+
+/// Somebody who may exchange a folder by a link does so while the file is being saved.
+TEST(CellPreviewService, NeverSavesAsALogWhenAFolderIsExchangedMeanwhile) {
+  TemporaryFolder const folder;
+  fs::create_directory(folder / "real");
+  fs::create_directory(folder / "other");
+  fs::create_symlink("other", folder / "link");
+  std::jthread const exchanger([&](std::stop_token const& ended) {
+    for (bool real = true; !ended.stop_requested(); real = !real) {
+      fs::create_symlink(real ? "real" : "other", folder / "new");
+      fs::rename(folder / "new", folder / "link");
+    }
+  });
+  for (int attempt = 0; attempt < 5'000 && !fs::exists(folder / "real/a.db-wal"); ++attempt) {
+    try {
+      service().save(threeBytes, folder / "link/a.db-wal", folder / "real/a.db", noTask);
+    } catch (DatabaseError const& error) {
+      EXPECT_EQ(error, ofTheDatabase);
+    }
+    fs::remove(folder / "other/a.db-wal");
+  }
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
+}
+
+/// Gives the folder `from` a second name, for this process alone. False where the system does not permit it.
+bool mountAlsoAt(fs::path const& from, fs::path const& to) {
+  uid_t const user = ::geteuid();
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+  return ::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(CellPreviewService, NeverSavesAsALogByASecondNameOfTheFolder) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  for (char const* name : {"real", "second"}) {
+    fs::create_directory(folder / name);
+    fs::permissions(folder / name, fs::perms{0777});
+  }
+  std::string const said = asUnprivileged([&]() -> std::string {
+    if (!mountAlsoAt(folder / "real", folder / "second")) return "no mount";
+    return failureOf([&] { service().save(threeBytes, folder / "second/a.db-wal", folder / "real/a.db", noTask); })
+        .detail;
+  });
+  if (said == "no mount") GTEST_SKIP() << "This system lets nobody mount a folder a second time.";
+  EXPECT_EQ(said, ofTheDatabase.detail);
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
 }
 
 TEST(CellPreviewService, ReportsBytesThatCannotBeWritten) {

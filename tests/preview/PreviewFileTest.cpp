@@ -22,11 +22,13 @@ DatabaseError const cannotCreate(
     "Could not create the preview file. Choose a new filename; existing files are never overwritten.", 1);
 DatabaseError const cannotWrite("Could not save preview bytes.", 1);
 
+fs::path const noDatabase = "/nowhere/a.db";
+
 Bytes const content(300'000, 'c');
 std::string const contentText(300'000, 'c');
 
 void writeFile(fs::path const& path) {
-  PreviewFile file(path);
+  PreviewFile file(path, noDatabase);
   file.write(content, noTask);
   file.keep();
 }
@@ -41,7 +43,7 @@ TEST(PreviewFile, StaysWhenItIsKept) {
 TEST(PreviewFile, GoesWhenItIsNot) {
   TemporaryFolder const folder;
   {
-    PreviewFile file(folder / "a.bin");
+    PreviewFile file(folder / "a.bin", noDatabase);
     file.write(content, noTask);
     EXPECT_EQ(folder.names(), std::vector<std::string>{"a.bin"});
   }
@@ -53,7 +55,7 @@ TEST(PreviewFile, GoesWhenTheTaskIsCancelled) {
   std::stop_source task;
   EXPECT_THROW(
       {
-        PreviewFile file(folder / "a.bin");
+        PreviewFile file(folder / "a.bin", noDatabase);
         task.request_stop();
         file.write(content, task.get_token());
       },
@@ -64,7 +66,7 @@ TEST(PreviewFile, GoesWhenTheTaskIsCancelled) {
 TEST(PreviewFile, LeavesAnotherFileThatTookItsName) {
   TemporaryFolder const folder;
   {
-    PreviewFile const file(folder / "a.bin");
+    PreviewFile const file(folder / "a.bin", noDatabase);
     fs::rename(folder / "a.bin", folder / "moved.bin");
     folder.write("a.bin", "somebody else's");
   }
@@ -81,10 +83,10 @@ TEST(PreviewFile, IsNeverMadeWhereAnythingIs) {
   ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
   for (char const* name :
        {"file", "folder", "link", "dangling", "loop", "pipe", ".", "..", "folder/", "none/a.bin", "file/a.bin", ""}) {
-    EXPECT_EQ(failureOf([&] { PreviewFile(folder / name); }), cannotCreate) << name;
+    EXPECT_EQ(failureOf([&] { PreviewFile(folder / name, noDatabase); }), cannotCreate) << name;
   }
-  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string("new\0.bin", 8)); }), cannotCreate);
-  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string(300, 'n')); }), cannotCreate);
+  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string("new\0.bin", 8), noDatabase); }), cannotCreate);
+  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string(300, 'n'), noDatabase); }), cannotCreate);
   EXPECT_EQ(folder.read("file"), "old");
   EXPECT_EQ(folder.names(), (std::vector<std::string>{"dangling", "file", "folder", "link", "loop", "pipe"}));
 }
@@ -132,7 +134,7 @@ TEST(PreviewFile, IsWholeOrAbsentAfterAnyFailure) {
 
 TEST(PreviewFile, WritesAgainWhatASignalInterrupted) {
   TemporaryFolder const folder;
-  PreviewFile file(folder / "a.bin");
+  PreviewFile file(folder / "a.bin", noDatabase);
   EXPECT_TRUE(
       FaultInjector::failing(folder.path(), 1, EINTR, /*persistent=*/false, [&] { file.write(content, noTask); }));
   file.keep();
@@ -140,7 +142,8 @@ TEST(PreviewFile, WritesAgainWhatASignalInterrupted) {
 }
 
 TEST(PreviewFile, ReportsAFullDisk) {
-  EXPECT_EQ(failureOf([] { PreviewFile("/dev/full"); }), cannotCreate) << "a device is something that is there";
+  EXPECT_EQ(failureOf([] { PreviewFile("/dev/full", noDatabase); }), cannotCreate)
+      << "a device is something that is there";
   TemporaryFolder const folder;
   FaultInjector::failing(folder.path(), 2, ENOSPC, /*persistent=*/true,
                          [&] { EXPECT_EQ(failureOf([&] { writeFile(folder / "a.bin"); }), cannotWrite); });
