@@ -122,6 +122,7 @@ void CellPreviewService::save(CellPreview const& preview, std::filesystem::path 
   checkCancellation(task);
   PreviewFile file(to, source);
   file.write(preview.bytes, task);
+  checkCancellation(task);  // of a small preview the last write is the only one
   file.keep();
 }
 

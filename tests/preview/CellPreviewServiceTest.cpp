@@ -458,6 +458,19 @@ TEST(CellPreviewService, NeverSavesAsALogByASecondNameOfTheFolder) {
   EXPECT_TRUE(fs::is_empty(folder / "real"));
 }
 
+TEST(CellPreviewService, LeavesNoFileOfASaveThatWasCancelledAtAnyCall) {
+  for (long call : {1, 2}) {
+    SCOPED_TRACE(call);
+    TemporaryFolder const folder;
+    std::stop_source task;
+    auto const cancel = [&] { task.request_stop(); };
+    EXPECT_TRUE(FaultInjector::before(folder.path(), call, cancel, [&] {
+      EXPECT_THROW(service().save(threeBytes, folder / "a.bin", folder / "a.db", task.get_token()), TaskCancelled);
+    }));
+    EXPECT_EQ(folder.names(), std::vector<std::string>());
+  }
+}
+
 TEST(CellPreviewService, ReportsBytesThatCannotBeWritten) {
   TemporaryFolder const folder;
   FaultInjector::failing(folder.path(), 2, ENOSPC, /*persistent=*/true, [&] {

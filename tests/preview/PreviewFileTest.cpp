@@ -3,7 +3,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <functional>
 
 #include "platform/Bytes.hpp"
 #include "platform/TaskCancellation.hpp"
@@ -139,6 +144,50 @@ TEST(PreviewFile, WritesAgainWhatASignalInterrupted) {
       FaultInjector::failing(folder.path(), 1, EINTR, /*persistent=*/false, [&] { file.write(content, noTask); }));
   file.keep();
   EXPECT_EQ(folder.read("a.bin"), contentText);
+}
+
+/// What `body` says while no file may be larger than 100,000 bytes: the write that goes beyond is cut there.
+std::string whereFilesAreSmall(std::function<std::string()> const& body) {
+  return asUnprivileged([&] {
+    rlimit const small{100'000, 100'000};
+    ::signal(SIGXFSZ, SIG_IGN);
+    if (::setrlimit(RLIMIT_FSIZE, &small) != 0) return std::string("no limit");
+    return body();
+  });
+}
+
+TEST(PreviewFile, GoesOnBehindAWriteThatWasCutShort) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  auto const write = [&] {
+    FaultInjector const injector(folder.path());
+    DatabaseError const failure = failureOf([&] { writeFile(folder / "a.bin"); });
+    return failure.detail + " " + injector.trace();
+  };
+  EXPECT_EQ(whereFilesAreSmall(write), cannotWrite.detail + " openat write write unlinkat");
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
+TEST(PreviewFile, GoesWhenTheTaskIsCancelledBetweenTwoWrites) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  auto const write = [&] {
+    std::stop_source task;
+    std::string said = "not cancelled";
+    FaultInjector::before(
+        folder.path(), 2, [&] { task.request_stop(); },
+        [&] {
+          try {
+            PreviewFile file(folder / "a.bin", noDatabase);
+            file.write(content, task.get_token());
+          } catch (TaskCancelled const&) {
+            said = "cancelled";
+          }
+        });
+    return said;
+  };
+  EXPECT_EQ(whereFilesAreSmall(write), "cancelled");
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
 }
 
 TEST(PreviewFile, ReportsAFullDisk) {
