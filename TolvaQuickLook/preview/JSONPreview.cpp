@@ -2,6 +2,8 @@
 #include "preview/JSONPreview.hpp"
 
 #include <cstddef>
+#include <exception>
+#include <new>
 
 #include "platform/JSONReader.hpp"
 #include "platform/JSONWriter.hpp"
@@ -31,8 +33,12 @@ std::optional<JSONPreview> jsonPreview(std::string_view bytes) try {
   std::string pretty = writeJSON(value, {.sortedKeys = true, .pretty = true});
   if (pretty.size() > mostPrettyBytes) return std::nullopt;
   return JSONPreview{.pretty = std::move(pretty), .nodes = PreviewTreeNode::json(value), .paths = jsonTree(value)};
-} catch (JSONError const&) {
-  return std::nullopt;  // most values are no JSON
+} catch (std::bad_alloc const&) {
+  throw;
+} catch (std::exception const&) {
+  // Most values are no JSON, which is a `JSONError`. But whatever else fails here, ICU for instance, which a broken
+  // installation leaves without its rules, must not take the rest of the preview away. No cancellation is noticed here.
+  return std::nullopt;
 }
 
 }  // namespace tolva
