@@ -8,13 +8,16 @@
 
 #include <chrono>
 #include <fstream>
+#include <limits>
 #include <thread>
 
 #include "platform/TaskCancellation.hpp"
+#include "preview/TestPNG.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/NoTask.hpp"
+#include "support/ProcessorTime.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TableRows.hpp"
 #include "support/TemporaryDatabase.hpp"
@@ -132,6 +135,12 @@ TEST(CellPreviewService, ShowsAHeadThatEndsInsideACharacterAsHex) {
   EXPECT_TRUE(cached(std::string(mib - 2, 'x') + "\u00e9\u00e9").text);
 }
 
+TEST(CellPreviewService, ShowsNoJSONOfALargeDocument) {
+  CellPreview const preview = cached("[\"" + std::string(300'000, 'x') + "\"]");
+  EXPECT_TRUE(preview.text);
+  EXPECT_FALSE(preview.prettyJSON || preview.treeNodes || preview.jsonTree);
+}
+
 TEST(CellPreviewService, GivesOnlyWholeValuesAMeaning) {
   for (char const* text : {"{\"a\":1}", "12", "<a/>", "%PDF-1.4", "2024-02-29"}) {
     SCOPED_TRACE(text);
@@ -164,6 +173,8 @@ HeadCase const heads[] = {
     {"a byte above 1 MiB", "blob", 9'000'000'000, mib + 1, false},
     {"more than there is", "text", 2, 3, false},
     {"a negative total", "text", -1, 0, false},
+    {"the least total", "blob", std::numeric_limits<std::int64_t>::min(), 3, false},
+    {"a head of the greatest total", "blob", std::numeric_limits<std::int64_t>::max(), 3, true},
     {"a number", "integer", 3, 3, false},
     {"a null", "null", 0, 0, false},
     {"a type in capitals", "TEXT", 3, 3, false},
@@ -272,6 +283,23 @@ TEST(CellPreviewService, RefusesARowThatIsGoneOrIsTwo) {
             DatabaseError("This identity matches multiple rows. Preview cannot select one safely.", 1));
 }
 
+/// The column is looked for first, then a view's cell is shown or not, then the identity is looked at.
+TEST(CellPreviewService, ChecksWhatIsFetchedInOrder) {
+  TableSchema const table{
+      .object = {.name = "t", .kind = "table", .sql = ""}, .columns = {{.name = "a"}}, .identity = {"k", "l"}};
+  TableSchema view = table;
+  view.identity.clear();
+  auto const fetch = [](TableSchema const& schema, DatabaseRow const& row, char const* column) {
+    return failureOf([&] { service().fetch("/nowhere/a.db", schema, row, column, noTask); }).detail;
+  };
+  std::string const gone = "The selected column is no longer available.";
+  std::string const unusable = "This row has no usable identity. Refresh and select it again.";
+  EXPECT_EQ(fetch(table, {.values = {1}, .identity = {}}, "b"), gone);
+  EXPECT_EQ(fetch(view, {.values = {LargeBlob{9}}, .identity = {}}, "b"), gone);
+  EXPECT_EQ(fetch(table, {.values = {1}, .identity = {1, LargeText{70'000}}}, "a"), unusable);
+  EXPECT_EQ(service().fetch("/nowhere/a.db", view, {.values = {1}, .identity = {5}}, "a", noTask), cached(1));
+}
+
 // Cancelling ---------------------------------------------------------------------------------------
 
 TEST(CellPreviewService, DoesNothingForACancelledTask) {
@@ -282,8 +310,30 @@ TEST(CellPreviewService, DoesNothingForACancelledTask) {
   EXPECT_THROW(service().fetch(database.path(), schema, row, "none", cancelledTask()), TaskCancelled);
   EXPECT_THROW(service().cached(1, cancelledTask()), TaskCancelled);
   EXPECT_THROW(service().previewBytes("text", 0, {}, cancelledTask()), TaskCancelled);
+  EXPECT_EQ(failureOf([] { service().previewBytes("text", -1, {}, cancelledTask()); }),
+            DatabaseError("Invalid preview bytes.", 1))
+      << "a head is checked before it is shown";
   EXPECT_THROW(service().save({}, folder / "a.bin", database.path(), cancelledTask()), TaskCancelled);
   EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
+TEST(CellPreviewService, StopsTheRunningFetchWithItsTask) {
+  TemporaryDatabase const database(
+      "CREATE VIEW v AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i AS id, i AS a FROM n");
+  TableSchema const endless{.object = {.name = "v", .kind = "table", .sql = ""},
+                            .columns = {{.name = "id"}, {.name = "a"}},
+                            .identity = {"id"}};
+  std::stop_source task;
+  std::jthread const canceller([&] {
+    std::this_thread::sleep_for(50ms);
+    task.request_stop();
+  });
+  auto const before = processorTime();
+  EXPECT_EQ(failureOf([&] {
+              service().fetch(database.path(), endless, {.values = {1, 1}, .identity = {-1}}, "a", task.get_token());
+            }).errorDescription(),
+            "Cancelled");
+  EXPECT_LT(processorTime() - before, 2500ms) << "the task ends it, not the clock";
 }
 
 TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
@@ -298,10 +348,12 @@ TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
     std::jthread const canceller([&](std::stop_token const& ended) {
       for (; !ended.stop_requested(); std::this_thread::sleep_for(10ms)) own.cancellation()->cancel();
     });
+    auto const before = processorTime();
     DatabaseError const failure = failureOf([&] {
       own.fetch(database.path(), endless, {.values = {1, 1}, .identity = {-1}}, "a", noTask);
     });
     EXPECT_EQ(failure.errorDescription(), "Cancelled");
+    EXPECT_LT(processorTime() - before, 2500ms) << "the handle ends it, not the clock";
   }
   own.cancellation()->cancel();  // nothing runs, and nothing is remembered
   EXPECT_EQ(
@@ -329,6 +381,13 @@ TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
   EXPECT_TRUE(serviceWithHelpers().cached(larger, noTask).thumbnailPNG) << "JSON's limit is not that of pictures";
   auto const total = static_cast<std::int64_t>(picture.size()) + 1;
   EXPECT_FALSE(serviceWithHelpers().previewBytes("blob", total, bytesOf(picture), noTask).thumbnailPNG);
+}
+
+TEST(CellPreviewService, GivesAThumbnailWithinTheLimitsOfPictures) {
+  EXPECT_TRUE(serviceWithHelpers().cached(greyPNG(30, 20), noTask).thumbnailPNG);
+  CellPreview const wide = serviceWithHelpers().cached(greyPNG(20'000, 100), noTask);
+  EXPECT_FALSE(wide.thumbnailPNG);
+  EXPECT_EQ(wide.storageType, "blob");
 }
 #endif
 
