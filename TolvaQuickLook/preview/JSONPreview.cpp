@@ -16,8 +16,8 @@ namespace {
 constexpr std::size_t mostBytes = 262'144;
 constexpr std::size_t mostPrettyBytes = 1'048'576;
 
-/// Whether the reader may see the bytes. Only what begins with a bracket or a quote can hold brackets and yet be JSON, so
-/// most texts need not be scanned to their ends to learn that they are none: the reader stops at once.
+/// Whether the reader may see the bytes. Only what begins with a bracket or a quote can hold brackets and yet be JSON:
+/// of any other text the reader stops at once, so it is not scanned to its end.
 bool isSafe(std::string_view bytes) {
   auto const first = bytes.find_first_not_of(" \t\n\r");
   if (first == bytes.npos) return false;
