@@ -57,13 +57,12 @@ void savePicture(tolva::CellPreviewService& service, tolva::CellPreview const& p
 int main(int count, char** arguments) try {
   if (count != 5 && count != 6) throw tolva::DatabaseError("usage: cell FILE TABLE COLUMN ROWID [PICTURE.png]");
   std::filesystem::path const file = arguments[1];
-  std::filesystem::path const picture = count == 6 ? arguments[5] : file.string() + ".png";
   tolva::TableSchema const schema = schemaOf(file, arguments[2]);
   tolva::CellPreviewService service;
   tolva::CellPreview const preview =
       service.fetch(file, schema, rowNamed(schema, arguments[4]), arguments[3], std::stop_token());
   print(preview);
-  savePicture(service, preview, picture, file);
+  if (count == 6) savePicture(service, preview, arguments[5], file);
 } catch (tolva::DatabaseError const& error) {
   std::cerr << error.errorDescription() << '\n';
   return 1;

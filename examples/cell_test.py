@@ -49,16 +49,24 @@ class Cell(unittest.TestCase):
         done = subprocess.run([CELL, self.file, 't', 'a', str(row), *picture], capture_output=True, timeout=60)
         return done.returncode, done.stdout.decode('utf-8'), done.stderr.decode('utf-8')
 
-    def test_shows_a_picture_beside_the_file(self):
+    def test_writes_a_picture_where_it_is_asked_to(self):
         self.store([png(30, 20), png(2000, 500), png(20_000, 100, rows=0)])
-        status, said, errors = self.show(1)
+        status, said, errors = self.show(1, self.folder / 'small.png')
         self.assertEqual((status, errors), (0, ''))
-        self.assertTrue(said.endswith('\n== Picture\ncells.db.png\n'), said)
-        self.assertEqual(size(self.folder / 'cells.db.png'), (30, 20))
+        self.assertTrue(said.endswith('\n== Picture\nsmall.png\n'), said)
+        self.assertEqual(size(self.folder / 'small.png'), (30, 20))
         self.assertEqual(self.show(2, self.folder / 'wide.png')[0], 0)
         self.assertEqual(size(self.folder / 'wide.png'), (1024, 256))
         self.assertEqual(self.show(3, self.folder / 'bomb.png')[0], 0)
         self.assertFalse((self.folder / 'bomb.png').exists())
+
+    def test_writes_nothing_that_was_not_asked_for(self):
+        self.store([png(30, 20)])
+        for _ in range(2):
+            status, said, errors = self.show(1)
+            self.assertEqual((status, errors), (0, ''))
+            self.assertNotIn('== Picture', said)
+        self.assertEqual([file.name for file in self.folder.iterdir()], ['cells.db'])
 
     def test_touches_no_picture_that_is_there(self):
         self.store([png(3, 2)])

@@ -27,6 +27,7 @@ struct CellHead {
 
 /// Reads the head of the cell in `column` of the one row that `identity` names, on a connection of its own.
 ///
+/// Double-quoted strings are off there: a column that was dropped meanwhile is an error, not its name as a text.
 /// Gives up after 3 seconds, and at 256 MiB of what SQLite allocates. `cancellation` interrupts it, and so does `task`.
 CellHead readCellHead(std::filesystem::path const& database, TableSchema const& schema,
                       std::vector<SQLiteValue> const& identity, std::string const& column,

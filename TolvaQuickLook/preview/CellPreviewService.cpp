@@ -8,8 +8,6 @@
 #include <utility>
 #include <variant>
 
-#include "core/CompanionFiles.hpp"
-#include "platform/CanonicalPath.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "platform/UTF8.hpp"
 #include "preview/CellHead.hpp"
@@ -122,14 +120,9 @@ void CellPreviewService::save(CellPreview const& preview, std::filesystem::path 
                               std::filesystem::path const& source, std::stop_token task) {
   Turn const turn(turns_);
   checkCancellation(task);
-  std::filesystem::path const target = canonicalPath(to);
-  std::filesystem::path const database = canonicalPath(source);
-  for (auto const& taken : {database, walOf(database), shmOf(database), journalOf(database)}) {
-    if (target != taken) continue;
-    throw DatabaseError("Choose a new file outside the database and its companion files.");
-  }
-  PreviewFile file(to);
+  PreviewFile file(to, source);
   file.write(preview.bytes, task);
+  checkCancellation(task);  // of a small preview the last write is the only one
   file.keep();
 }
 

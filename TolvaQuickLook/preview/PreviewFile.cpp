@@ -5,10 +5,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 
+#include "core/CompanionFiles.hpp"
 #include "core/DatabaseError.hpp"
+#include "platform/ASCIICase.hpp"
+#include "platform/CanonicalPath.hpp"
+#include "platform/FileNode.hpp"
 #include "platform/LockedFiles.hpp"
 #include "platform/TaskCancellation.hpp"
 
@@ -20,16 +26,37 @@ Descriptor folderOf(std::filesystem::path const& path) {
   return Descriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
 }
 
+bool isOfTheDatabase(std::filesystem::path const& file, std::filesystem::path const& database) {
+  std::filesystem::path const own[] = {database, walOf(database), shmOf(database), journalOf(database)};
+  return std::ranges::find(own, file) != std::end(own);
+}
+
+/// Looks at the folder itself: two paths may lead to it, by a mount for instance, and a link on the way may have been
+/// exchanged since the paths were compared. Folders that hold "A" for "a" exist, so case makes no other name.
+bool isOfTheDatabase(int folder, std::string const& name, std::filesystem::path const& database) {
+  auto const own = fileNode(database.parent_path());
+  return own && fileNode(folder) == own && isOfTheDatabase(lowerASCII(name), lowerASCII(database.filename().native()));
+}
+
+/// A log that somebody else wrote is played into the database when it is next opened.
+void refuseFilesOf(std::filesystem::path const& database, int folder, std::filesystem::path const& path,
+                   std::string const& name) {
+  if (!isOfTheDatabase(canonicalPath(path), database) && !isOfTheDatabase(folder, name, database)) return;
+  throw DatabaseError("Choose a new file outside the database and its companion files.");
+}
+
 /// A name with a NUL would be cut there, by which it could become another one.
-int create(int folder, std::filesystem::path const& path, std::string const& name) {
+int create(int folder, std::filesystem::path const& path, std::string const& name,
+           std::filesystem::path const& database) {
+  refuseFilesOf(canonicalPath(database), folder, path, name);
   if (path.native().find('\0') != std::string::npos) return -1;
   return ::openat(folder, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
 }
 
 }  // namespace
 
-PreviewFile::PreviewFile(std::filesystem::path const& path)
-    : name_(path.filename()), folder_(folderOf(path)), file_(create(folder_.get(), path, name_)) {
+PreviewFile::PreviewFile(std::filesystem::path const& path, std::filesystem::path const& database)
+    : name_(path.filename()), folder_(folderOf(path)), file_(create(folder_.get(), path, name_, database)) {
   if (file_ >= 0) return;
   throw DatabaseError(
       "Could not create the preview file. Choose a new filename; existing files are never overwritten.");

@@ -2,19 +2,26 @@
 #include "preview/CellPreviewService.hpp"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <fstream>
+#include <limits>
 #include <thread>
 
 #include "platform/TaskCancellation.hpp"
+#include "preview/TestPNG.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/NoTask.hpp"
+#include "support/ProcessorTime.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TableRows.hpp"
 #include "support/TemporaryDatabase.hpp"
+#include "support/Unprivileged.hpp"
 
 namespace tolva {
 namespace {
@@ -128,6 +135,12 @@ TEST(CellPreviewService, ShowsAHeadThatEndsInsideACharacterAsHex) {
   EXPECT_TRUE(cached(std::string(mib - 2, 'x') + "\u00e9\u00e9").text);
 }
 
+TEST(CellPreviewService, ShowsNoJSONOfALargeDocument) {
+  CellPreview const preview = cached("[\"" + std::string(300'000, 'x') + "\"]");
+  EXPECT_TRUE(preview.text);
+  EXPECT_FALSE(preview.prettyJSON || preview.treeNodes || preview.jsonTree);
+}
+
 TEST(CellPreviewService, GivesOnlyWholeValuesAMeaning) {
   for (char const* text : {"{\"a\":1}", "12", "<a/>", "%PDF-1.4", "2024-02-29"}) {
     SCOPED_TRACE(text);
@@ -160,6 +173,8 @@ HeadCase const heads[] = {
     {"a byte above 1 MiB", "blob", 9'000'000'000, mib + 1, false},
     {"more than there is", "text", 2, 3, false},
     {"a negative total", "text", -1, 0, false},
+    {"the least total", "blob", std::numeric_limits<std::int64_t>::min(), 3, false},
+    {"a head of the greatest total", "blob", std::numeric_limits<std::int64_t>::max(), 3, true},
     {"a number", "integer", 3, 3, false},
     {"a null", "null", 0, 0, false},
     {"a type in capitals", "TEXT", 3, 3, false},
@@ -268,6 +283,23 @@ TEST(CellPreviewService, RefusesARowThatIsGoneOrIsTwo) {
             DatabaseError("This identity matches multiple rows. Preview cannot select one safely.", 1));
 }
 
+/// The column is looked for first, then a view's cell is shown or not, then the identity is looked at.
+TEST(CellPreviewService, ChecksWhatIsFetchedInOrder) {
+  TableSchema const table{
+      .object = {.name = "t", .kind = "table", .sql = ""}, .columns = {{.name = "a"}}, .identity = {"k", "l"}};
+  TableSchema view = table;
+  view.identity.clear();
+  auto const fetch = [](TableSchema const& schema, DatabaseRow const& row, char const* column) {
+    return failureOf([&] { service().fetch("/nowhere/a.db", schema, row, column, noTask); }).detail;
+  };
+  std::string const gone = "The selected column is no longer available.";
+  std::string const unusable = "This row has no usable identity. Refresh and select it again.";
+  EXPECT_EQ(fetch(table, {.values = {1}, .identity = {}}, "b"), gone);
+  EXPECT_EQ(fetch(view, {.values = {LargeBlob{9}}, .identity = {}}, "b"), gone);
+  EXPECT_EQ(fetch(table, {.values = {1}, .identity = {1, LargeText{70'000}}}, "a"), unusable);
+  EXPECT_EQ(service().fetch("/nowhere/a.db", view, {.values = {1}, .identity = {5}}, "a", noTask), cached(1));
+}
+
 // Cancelling ---------------------------------------------------------------------------------------
 
 TEST(CellPreviewService, DoesNothingForACancelledTask) {
@@ -278,8 +310,30 @@ TEST(CellPreviewService, DoesNothingForACancelledTask) {
   EXPECT_THROW(service().fetch(database.path(), schema, row, "none", cancelledTask()), TaskCancelled);
   EXPECT_THROW(service().cached(1, cancelledTask()), TaskCancelled);
   EXPECT_THROW(service().previewBytes("text", 0, {}, cancelledTask()), TaskCancelled);
+  EXPECT_EQ(failureOf([] { service().previewBytes("text", -1, {}, cancelledTask()); }),
+            DatabaseError("Invalid preview bytes.", 1))
+      << "a head is checked before it is shown";
   EXPECT_THROW(service().save({}, folder / "a.bin", database.path(), cancelledTask()), TaskCancelled);
   EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
+TEST(CellPreviewService, StopsTheRunningFetchWithItsTask) {
+  TemporaryDatabase const database(
+      "CREATE VIEW v AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i AS id, i AS a FROM n");
+  TableSchema const endless{.object = {.name = "v", .kind = "table", .sql = ""},
+                            .columns = {{.name = "id"}, {.name = "a"}},
+                            .identity = {"id"}};
+  std::stop_source task;
+  std::jthread const canceller([&] {
+    std::this_thread::sleep_for(50ms);
+    task.request_stop();
+  });
+  auto const before = processorTime();
+  EXPECT_EQ(failureOf([&] {
+              service().fetch(database.path(), endless, {.values = {1, 1}, .identity = {-1}}, "a", task.get_token());
+            }).errorDescription(),
+            "Cancelled");
+  EXPECT_LT(processorTime() - before, 2500ms) << "the task ends it, not the clock";
 }
 
 TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
@@ -294,10 +348,12 @@ TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
     std::jthread const canceller([&](std::stop_token const& ended) {
       for (; !ended.stop_requested(); std::this_thread::sleep_for(10ms)) own.cancellation()->cancel();
     });
+    auto const before = processorTime();
     DatabaseError const failure = failureOf([&] {
       own.fetch(database.path(), endless, {.values = {1, 1}, .identity = {-1}}, "a", noTask);
     });
     EXPECT_EQ(failure.errorDescription(), "Cancelled");
+    EXPECT_LT(processorTime() - before, 2500ms) << "the handle ends it, not the clock";
   }
   own.cancellation()->cancel();  // nothing runs, and nothing is remembered
   EXPECT_EQ(
@@ -326,11 +382,20 @@ TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
   auto const total = static_cast<std::int64_t>(picture.size()) + 1;
   EXPECT_FALSE(serviceWithHelpers().previewBytes("blob", total, bytesOf(picture), noTask).thumbnailPNG);
 }
+
+TEST(CellPreviewService, GivesAThumbnailWithinTheLimitsOfPictures) {
+  EXPECT_TRUE(serviceWithHelpers().cached(greyPNG(30, 20), noTask).thumbnailPNG);
+  CellPreview const wide = serviceWithHelpers().cached(greyPNG(20'000, 100), noTask);
+  EXPECT_FALSE(wide.thumbnailPNG);
+  EXPECT_EQ(wide.storageType, "blob");
+}
 #endif
 
 // Saving -------------------------------------------------------------------------------------------
 
 CellPreview const threeBytes{.storageType = "blob", .totalBytes = 5, .bytes = {1, 0, 2}};
+
+DatabaseError const ofTheDatabase("Choose a new file outside the database and its companion files.", 1);
 
 TEST(CellPreviewService, SavesTheBytesThatAreHeld) {
   TemporaryFolder const folder;
@@ -362,6 +427,10 @@ SaveCase const companions[] = {
     {"its journal", "real/a.db-journal", "real/a.db"},
     {"the database by a link", "link.db", "real/a.db"},
     {"the log by a link to its folder", "folder/a.db-wal", "real/a.db"},
+    {"the shared memory by a link to its folder", "folder/a.db-shm", "real/a.db"},
+    {"the journal by a link to its folder", "folder/a.db-journal", "real/a.db"},
+    {"the shared memory of a database that was opened by a link", "real/a.db-shm", "link.db"},
+    {"the journal of a database that was opened by a link", "real/a.db-journal", "link.db"},
     {"the log by a link to where it would be", "dangling", "real/a.db"},
     {"the log by a way up and down", "real/../real/a.db-wal", "real/a.db"},
     {"the log of a database that was opened by a link", "real/a.db-wal", "link.db"},
@@ -378,11 +447,87 @@ TEST(CellPreviewService, NeverSavesAsAFileOfTheDatabase) {
   for (SaveCase const& each : companions) {
     SCOPED_TRACE(each.says);
     EXPECT_EQ(failureOf([&] { service().save(threeBytes, folder / each.target, folder / each.source, noTask); }),
-              DatabaseError("Choose a new file outside the database and its companion files.", 1));
+              ofTheDatabase);
   }
   EXPECT_EQ(folder.read("real/a.db"), "database");
   EXPECT_EQ(folder.names(), (std::vector<std::string>{"dangling", "folder", "link.db", "real"}));
   service().save(threeBytes, folder / "real/a.db-other", folder / "real/a.db", noTask);
+}
+
+/// A folder may hold one file under both names.
+TEST(CellPreviewService, NeverSavesAsAFileOfTheDatabaseInOtherCase) {
+  TemporaryFolder const folder;
+  fs::create_directory(folder / "real");
+  fs::create_symlink("real", folder / "folder");
+  auto const save = [&](char const* target) {
+    service().save(threeBytes, folder / target, folder / "real/a.db", noTask);
+  };
+  for (char const* target : {"real/A.db", "real/a.db-WAL", "folder/A.DB-Shm", "real/A.db-JOURNAL"}) {
+    EXPECT_EQ(failureOf([&] { save(target); }), ofTheDatabase) << target;
+  }
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
+  EXPECT_NO_THROW(save("A.db-wal")) << "another folder";
+}
+
+/// Somebody who may exchange a folder by a link does so while the file is being saved.
+TEST(CellPreviewService, NeverSavesAsALogWhenAFolderIsExchangedMeanwhile) {
+  TemporaryFolder const folder;
+  fs::create_directory(folder / "real");
+  fs::create_directory(folder / "other");
+  fs::create_symlink("other", folder / "link");
+  std::jthread const exchanger([&](std::stop_token const& ended) {
+    for (bool real = true; !ended.stop_requested(); real = !real) {
+      fs::create_symlink(real ? "real" : "other", folder / "new");
+      fs::rename(folder / "new", folder / "link");
+    }
+  });
+  for (int attempt = 0; attempt < 5'000 && !fs::exists(folder / "real/a.db-wal"); ++attempt) {
+    try {
+      service().save(threeBytes, folder / "link/a.db-wal", folder / "real/a.db", noTask);
+    } catch (DatabaseError const& error) {
+      EXPECT_EQ(error, ofTheDatabase);
+    }
+    fs::remove(folder / "other/a.db-wal");
+  }
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
+}
+
+/// Gives the folder `from` a second name, for this process alone. False where the system does not permit it.
+bool mountAlsoAt(fs::path const& from, fs::path const& to) {
+  uid_t const user = ::geteuid();
+  if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+  std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+  return ::mount(from.c_str(), to.c_str(), nullptr, MS_BIND, nullptr) == 0;
+}
+
+TEST(CellPreviewService, NeverSavesAsALogByASecondNameOfTheFolder) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  for (char const* name : {"real", "second"}) {
+    fs::create_directory(folder / name);
+    fs::permissions(folder / name, fs::perms{0777});
+  }
+  std::string const said = asUnprivileged([&]() -> std::string {
+    if (!mountAlsoAt(folder / "real", folder / "second")) return "no mount";
+    return failureOf([&] { service().save(threeBytes, folder / "second/a.db-wal", folder / "real/a.db", noTask); })
+        .detail;
+  });
+  if (said == "no mount") GTEST_SKIP() << "This system lets nobody mount a folder a second time.";
+  EXPECT_EQ(said, ofTheDatabase.detail);
+  EXPECT_TRUE(fs::is_empty(folder / "real"));
+}
+
+TEST(CellPreviewService, LeavesNoFileOfASaveThatWasCancelledAtAnyCall) {
+  for (long call : {1, 2}) {
+    SCOPED_TRACE(call);
+    TemporaryFolder const folder;
+    std::stop_source task;
+    auto const cancel = [&] { task.request_stop(); };
+    EXPECT_TRUE(FaultInjector::before(folder.path(), call, cancel, [&] {
+      EXPECT_THROW(service().save(threeBytes, folder / "a.bin", folder / "a.db", task.get_token()), TaskCancelled);
+    }));
+    EXPECT_EQ(folder.names(), std::vector<std::string>());
+  }
 }
 
 TEST(CellPreviewService, ReportsBytesThatCannotBeWritten) {

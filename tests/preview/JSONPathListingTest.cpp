@@ -54,6 +54,28 @@ TEST(JSONPathListing, EndsAtTheFiveHundredthNodeAndSaysSo) {
   EXPECT_EQ(lines(listed("[" + arrayOf(300) + "," + arrayOf(300) + "," + arrayOf(300) + "]")), 501);
 }
 
+/// Keys of four digits in reverse order.
+std::string objectOf(int keys) {
+  std::string json = "{";
+  for (int key = keys - 1; key >= 0; --key) {
+    json += (json == "{" ? "\"" : ",\"") + std::to_string(1000 + key) + "\":0";
+  }
+  return json + "}";
+}
+
+TEST(JSONPathListing, ListsTheFirstKeysOfALargeObject) {
+  std::string const note = "\nTree limited to 500 nodes.";
+  EXPECT_TRUE(listed(objectOf(498)).ends_with("\n$.1497  0"));
+  EXPECT_TRUE(listed(objectOf(499)).ends_with("\n$.1498  0" + note));
+  EXPECT_TRUE(listed(objectOf(500)).ends_with("\n$.1498  0" + note));
+  std::string const many = listed(objectOf(600));
+  EXPECT_TRUE(many.starts_with("$  {600 keys}\n$.1000  0\n$.1001  0\n"));
+  EXPECT_TRUE(many.ends_with("\n$.1497  0\n$.1498  0" + note));
+  std::string const late = listed("[" + arrayOf(494) + "," + objectOf(600) + ",1]");
+  EXPECT_TRUE(late.ends_with("\n$[0][493]  0\n$[1]  {600 keys}\n$[1].1000  0\n$[1].1001  0\n$[1].1002  0" + note));
+  EXPECT_EQ(lines(late), 501);
+}
+
 TEST(JSONPathListing, CutsPathsAndTextsByCharacters) {
   std::string const family = "👨‍👩‍👧‍👦";
   EXPECT_EQ(listed("\"" + repeated(family, 256) + "\""), "$  " + repeated(family, 256));

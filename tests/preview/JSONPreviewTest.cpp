@@ -2,6 +2,9 @@
 #include "preview/JSONPreview.hpp"
 
 #include <gtest/gtest.h>
+#include <unicode/uclean.h>
+
+#include <cstdlib>
 
 #include "platform/JSONReader.hpp"
 #include "support/Corpora.hpp"
@@ -31,6 +34,12 @@ TEST(JSONPreview, ShowsAllFormsOfAValue) {
   EXPECT_EQ(preview->nodes[0].value, "2 keys");
 }
 
+TEST(JSONPreview, WritesAnEmptyContainerOnOneLine) {
+  EXPECT_EQ(jsonPreview("[]")->pretty, "[]");
+  EXPECT_EQ(jsonPreview("{ }")->pretty, "{}");
+  EXPECT_EQ(jsonPreview("[[],{}]")->pretty, "[\n  [],\n  {}\n]");
+}
+
 struct JSONCase {
   char const* says;
   std::string text;
@@ -45,6 +54,7 @@ JSONCase const cases[] = {
     {"a word that is none", "NULL", false},
     {"prose", "Dear all", false},
     {"two values", "1 2", false},
+    {"a byte order mark before it", "\xEF\xBB\xBF{}", false},
     {"bytes that are no UTF-8", "\"\xFF\"", false},
     {"64 levels", nested(64), true},
     {"65 levels", nested(65), false},
@@ -57,6 +67,27 @@ TEST(JSONPreview, IsForWhatIsJSONWithinBounds) {
     SCOPED_TRACE(one.says);
     EXPECT_EQ(jsonPreview(one.text).has_value(), one.shown);
   }
+}
+
+long allocationsLeft = 0;  // until one of ICU's fails; none does at 0
+
+bool allocationFails() { return allocationsLeft > 0 && --allocationsLeft == 0; }
+
+/// ICU that lacks memory fails in the way it does without its rules.
+TEST(JSONPreview, IsAbsentWhereCharactersCannotBeToldApart) {
+  UErrorCode status = U_ZERO_ERROR;
+  u_setMemoryFunctions(
+      nullptr, [](void const*, std::size_t size) { return allocationFails() ? nullptr : std::malloc(size); },
+      [](void const*, void* old, std::size_t size) { return allocationFails() ? nullptr : std::realloc(old, size); },
+      [](void const*, void* old) { std::free(old); }, &status);
+  ASSERT_TRUE(U_SUCCESS(status));
+  std::string json = "\"";
+  for (int character = 0; character < 300; ++character) json += "e\u0301";
+  json += "\"";
+  EXPECT_TRUE(jsonPreview(json));
+  allocationsLeft = 1;
+  EXPECT_FALSE(jsonPreview(json));
+  EXPECT_TRUE(jsonPreview(json));
 }
 
 /// So many items sixty levels deep: each stands on a line of its own behind 120 blanks.

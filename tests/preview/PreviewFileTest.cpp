@@ -3,7 +3,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+
+#include <cerrno>
+#include <functional>
 
 #include "platform/Bytes.hpp"
 #include "platform/TaskCancellation.hpp"
@@ -22,11 +27,13 @@ DatabaseError const cannotCreate(
     "Could not create the preview file. Choose a new filename; existing files are never overwritten.", 1);
 DatabaseError const cannotWrite("Could not save preview bytes.", 1);
 
+fs::path const noDatabase = "/nowhere/a.db";
+
 Bytes const content(300'000, 'c');
 std::string const contentText(300'000, 'c');
 
 void writeFile(fs::path const& path) {
-  PreviewFile file(path);
+  PreviewFile file(path, noDatabase);
   file.write(content, noTask);
   file.keep();
 }
@@ -41,7 +48,7 @@ TEST(PreviewFile, StaysWhenItIsKept) {
 TEST(PreviewFile, GoesWhenItIsNot) {
   TemporaryFolder const folder;
   {
-    PreviewFile file(folder / "a.bin");
+    PreviewFile file(folder / "a.bin", noDatabase);
     file.write(content, noTask);
     EXPECT_EQ(folder.names(), std::vector<std::string>{"a.bin"});
   }
@@ -53,7 +60,7 @@ TEST(PreviewFile, GoesWhenTheTaskIsCancelled) {
   std::stop_source task;
   EXPECT_THROW(
       {
-        PreviewFile file(folder / "a.bin");
+        PreviewFile file(folder / "a.bin", noDatabase);
         task.request_stop();
         file.write(content, task.get_token());
       },
@@ -64,7 +71,7 @@ TEST(PreviewFile, GoesWhenTheTaskIsCancelled) {
 TEST(PreviewFile, LeavesAnotherFileThatTookItsName) {
   TemporaryFolder const folder;
   {
-    PreviewFile const file(folder / "a.bin");
+    PreviewFile const file(folder / "a.bin", noDatabase);
     fs::rename(folder / "a.bin", folder / "moved.bin");
     folder.write("a.bin", "somebody else's");
   }
@@ -81,10 +88,10 @@ TEST(PreviewFile, IsNeverMadeWhereAnythingIs) {
   ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
   for (char const* name :
        {"file", "folder", "link", "dangling", "loop", "pipe", ".", "..", "folder/", "none/a.bin", "file/a.bin", ""}) {
-    EXPECT_EQ(failureOf([&] { PreviewFile(folder / name); }), cannotCreate) << name;
+    EXPECT_EQ(failureOf([&] { PreviewFile(folder / name, noDatabase); }), cannotCreate) << name;
   }
-  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string("new\0.bin", 8)); }), cannotCreate);
-  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string(300, 'n')); }), cannotCreate);
+  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string("new\0.bin", 8), noDatabase); }), cannotCreate);
+  EXPECT_EQ(failureOf([&] { PreviewFile(folder / std::string(300, 'n'), noDatabase); }), cannotCreate);
   EXPECT_EQ(folder.read("file"), "old");
   EXPECT_EQ(folder.names(), (std::vector<std::string>{"dangling", "file", "folder", "link", "loop", "pipe"}));
 }
@@ -132,15 +139,60 @@ TEST(PreviewFile, IsWholeOrAbsentAfterAnyFailure) {
 
 TEST(PreviewFile, WritesAgainWhatASignalInterrupted) {
   TemporaryFolder const folder;
-  PreviewFile file(folder / "a.bin");
+  PreviewFile file(folder / "a.bin", noDatabase);
   EXPECT_TRUE(
       FaultInjector::failing(folder.path(), 1, EINTR, /*persistent=*/false, [&] { file.write(content, noTask); }));
   file.keep();
   EXPECT_EQ(folder.read("a.bin"), contentText);
 }
 
+/// What `body` says while no file may be larger than 100,000 bytes: the write that goes beyond is cut there.
+std::string whereFilesAreSmall(std::function<std::string()> const& body) {
+  return asUnprivileged([&] {
+    rlimit const small{100'000, 100'000};
+    ::signal(SIGXFSZ, SIG_IGN);
+    if (::setrlimit(RLIMIT_FSIZE, &small) != 0) return std::string("no limit");
+    return body();
+  });
+}
+
+TEST(PreviewFile, GoesOnBehindAWriteThatWasCutShort) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  auto const write = [&] {
+    FaultInjector const injector(folder.path());
+    DatabaseError const failure = failureOf([&] { writeFile(folder / "a.bin"); });
+    return failure.detail + " " + injector.trace();
+  };
+  EXPECT_EQ(whereFilesAreSmall(write), cannotWrite.detail + " openat write write unlinkat");
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
+TEST(PreviewFile, GoesWhenTheTaskIsCancelledBetweenTwoWrites) {
+  TemporaryFolder folder;
+  folder.openToEverybody();
+  auto const write = [&] {
+    std::stop_source task;
+    std::string said = "not cancelled";
+    FaultInjector::before(
+        folder.path(), 2, [&] { task.request_stop(); },
+        [&] {
+          try {
+            PreviewFile file(folder / "a.bin", noDatabase);
+            file.write(content, task.get_token());
+          } catch (TaskCancelled const&) {
+            said = "cancelled";
+          }
+        });
+    return said;
+  };
+  EXPECT_EQ(whereFilesAreSmall(write), "cancelled");
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
 TEST(PreviewFile, ReportsAFullDisk) {
-  EXPECT_EQ(failureOf([] { PreviewFile("/dev/full"); }), cannotCreate) << "a device is something that is there";
+  EXPECT_EQ(failureOf([] { PreviewFile("/dev/full", noDatabase); }), cannotCreate)
+      << "a device is something that is there";
   TemporaryFolder const folder;
   FaultInjector::failing(folder.path(), 2, ENOSPC, /*persistent=*/true,
                          [&] { EXPECT_EQ(failureOf([&] { writeFile(folder / "a.bin"); }), cannotWrite); });

@@ -84,6 +84,13 @@ bool FaultInjector::failing(std::filesystem::path const& folder, long n, int err
   return injector.calls() >= n;
 }
 
+bool FaultInjector::before(std::filesystem::path const& folder, long n, std::function<void()> const& action,
+                           std::function<void()> const& operation) {
+  FaultInjector const injector(folder, {.at = n, .before = &action});
+  operation();
+  return injector.calls() >= n;
+}
+
 long forEachFault(std::filesystem::path const& folder, std::function<void()> const& prepare,
                   std::function<void()> const& operation,
                   std::function<void(FaultMode mode, long n, FaultOutcome const& outcome)> const& check, long most) {

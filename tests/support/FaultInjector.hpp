@@ -34,6 +34,10 @@ class FaultInjector {
   /// ENOSPC is a full disk: what removes a file still works. What `operation` throws is passed through.
   static bool failing(std::filesystem::path const& folder, long n, int error, bool persistent,
                       std::function<void()> const& operation);
+
+  /// Whether the n-th call came, before which `action` was done. Nothing fails.
+  static bool before(std::filesystem::path const& folder, long n, std::function<void()> const& action,
+                     std::function<void()> const& operation);
 };
 
 /// The three harms that `forEachFault` does.

@@ -257,5 +257,20 @@ TEST(ForEachFault, FindsATransactionOfSQLiteWholeOrUndone) {
   EXPECT_GE(calls, 20);
 }
 
+TEST(FaultInjector, DoesSomethingBeforeOneCallAndFailsNone) {
+  Scene const at;
+  long done = 0;
+  auto const twoWrites = [&] {
+    EXPECT_EQ(::write(at.file.get(), "x", 1), 1);
+    EXPECT_EQ(::write(at.file.get(), "y", 1), 1);
+  };
+  EXPECT_TRUE(FaultInjector::before(
+      at.folder.path(), 2, [&] { ++done; }, twoWrites));
+  EXPECT_EQ(done, 1);
+  EXPECT_FALSE(FaultInjector::before(
+      at.folder.path(), 3, [&] { ++done; }, twoWrites));
+  EXPECT_EQ(done, 1);
+}
+
 }  // namespace
 }  // namespace tolva

@@ -49,6 +49,12 @@ bool harms(char const* call, bool removal) {
   long const number = counted.fetch_add(1) + 1;
   if (number <= static_cast<long>(names.size())) names[static_cast<std::size_t>(number - 1)] = call;
   if (plan.at == 0 || number < plan.at || (number > plan.at && !plan.lasting)) return false;
+  if (plan.before) {
+    int const error = errno;
+    if (number == plan.at) (*plan.before)();
+    errno = error;
+    return false;
+  }
   if (plan.error == 0) {
     ::kill(::getpid(), SIGKILL);
     for (;;) ::pause();

@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <functional>
 #include <string>
 
 namespace tolva {
 
 /// Which of the counted calls is harmed, and how. A value.
 struct Fault {
-  long at = 0;           // counted from 1; 0 harms none
-  int error = 0;         // the errno that it fails with; 0 kills the process instead
-  bool lasting = false;  // whether all later ones fail as well
+  long at = 0;                                    // counted from 1; 0 harms none
+  int error = 0;                                  // the errno that it fails with; 0 kills the process instead
+  bool lasting = false;                           // whether all later ones fail as well
+  std::function<void()> const* before = nullptr;  // if set, done before the call, which is left unharmed; never throws
 };
 
 /// Where a call acts: at an open folder, AT_FDCWD included, and a path.
