@@ -37,7 +37,11 @@ bool RowCursor::step() {
 DatabaseRow RowCursor::row() const {
   DatabaseRow row;
   statement_.append(row.values, 0, columns_, /*full=*/false);
-  for (int column = columns_; column < columns_ + keys_; ++column) row.identity.push_back(key(column));
+  if (schema_.withoutRowID) {
+    for (int column = columns_; column < columns_ + keys_; ++column) row.identity.push_back(key(column));
+  } else {
+    statement_.append(row.identity, columns_, keys_, /*full=*/false);  // numbers alone
+  }
   return row;
 }
 
