@@ -1,5 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
-#include <exception>
 #include <iostream>
 #include <tolva/core/DatabaseReader.hpp>
 
@@ -14,8 +13,5 @@ int main(int count, char** arguments) try {
   }
 } catch (tolva::DatabaseError const& error) {
   std::cerr << error.errorDescription() << '\n';
-  return 1;
-} catch (std::exception const& error) {  // the system's own, of files and folders
-  std::cerr << error.what() << '\n';
   return 1;
 }
