@@ -13,11 +13,11 @@
 
 #include "core/IdentityValue.hpp"
 #include "core/PreparedStatements.hpp"
-#include "core/RowClauses.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TraceInterval.hpp"
+#include "platform/JoinedText.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {
