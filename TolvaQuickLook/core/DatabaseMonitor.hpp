@@ -27,8 +27,8 @@ class TOLVA_EXPORT DatabaseMonitor {
   /// Looks at the database, its "-wal" and its "-shm" once. Three calls of the system: cheap enough for a timer.
   ///
   /// The first sample is the measure of all later ones and no change itself. A file that is missing is no failure, but
-  /// a database that is missing, or was at first, requires a reopening for good, as does another file in its place,
-  /// even when the old one is put back. Throws `TaskCancelled` and nothing else.
+  /// a database that is missing or cannot be looked at, once, requires a reopening for good, as does another file in
+  /// its place, even when the old one is put back. Throws `TaskCancelled` and nothing else.
   DatabaseObservation sample(std::stop_token task);
 
  private:

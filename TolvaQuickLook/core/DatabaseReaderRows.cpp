@@ -15,6 +15,7 @@
 #include "core/SQLIdentifier.hpp"
 #include "core/TableQueryBuilder.hpp"
 #include "core/TraceInterval.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
 namespace {

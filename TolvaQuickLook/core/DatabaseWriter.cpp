@@ -14,11 +14,11 @@
 #include "core/DatabaseBackup.hpp"
 #include "core/IdentityValue.hpp"
 #include "core/PreparedStatements.hpp"
-#include "core/RowClauses.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TraceInterval.hpp"
+#include "platform/JoinedText.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {

@@ -5,6 +5,7 @@
 
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "core/TablePragmas.hpp"
 #include "platform/ASCIICase.hpp"
 
 namespace tolva {
@@ -16,23 +17,9 @@ bool mayConvert(SQLiteValue const& one, SQLiteValue const& other) {
   return (isNumber(one) && other.asText()) || (one.asText() && isNumber(other));
 }
 
-std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
-
-std::string keyIndex(SQLiteConnection& connection, std::string const& table) {
-  SQLiteStatement row = connection.prepare("PRAGMA index_list(" + quoteIdentifier(table) + ")");
-  while (row.step()) {
-    if (shown(row, 3) == "pk") return shown(row, 1);
-  }
-  return {};
-}
-
 std::map<std::string, std::set<std::string>> readKeyCollations(SQLiteConnection& connection, std::string const& table) {
-  SQLiteStatement row = connection.prepare("PRAGMA index_xinfo(" + quoteIdentifier(keyIndex(connection, table)) + ")");
-  std::map<std::string, std::set<std::string>> collations;
-  while (row.step()) {
-    if (shown(row, 5) == "1") collations[shown(row, 2)].insert(upperASCII(shown(row, 4)));
-  }
-  return collations;
+  std::optional<std::string> const index = keyIndex(connection, {}, table);
+  return index ? keyCollations(connection, {}, *index) : std::map<std::string, std::set<std::string>>();
 }
 
 }  // namespace

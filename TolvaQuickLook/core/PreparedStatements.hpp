@@ -4,7 +4,6 @@
 #include <span>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"

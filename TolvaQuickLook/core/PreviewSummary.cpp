@@ -5,20 +5,9 @@
 
 #include "platform/DateText.hpp"
 #include "platform/FileSizeText.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
-namespace {
-
-std::string joined(std::vector<std::string> const& names) {
-  std::string lines;
-  for (std::string const& name : names) {
-    if (&name != &names.front()) lines += '\n';
-    lines += name;
-  }
-  return lines;
-}
-
-}  // namespace
 
 std::string PreviewSummary::text() const {
   std::string text = fileName + "\nSQLite Database\n\n";
@@ -26,7 +15,7 @@ std::string PreviewSummary::text() const {
   text += std::to_string(views) + " views · ";
   text += std::to_string(indexes) + " indexes\n";
   text += fileSizeText(fileSize);
-  text += "\n\nTABLES\n" + joined(names);
+  text += "\n\nTABLES\n" + joined(names, "\n");
   if (std::cmp_less(names.size(), tables)) text += "\n…";
   return text += "\n\nModified " + (modified ? dateText(*modified) : "Unknown");
 }

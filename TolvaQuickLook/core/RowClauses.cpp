@@ -6,6 +6,7 @@
 #include "core/DatabaseError.hpp"
 #include "core/DeclaredType.hpp"
 #include "core/SQLIdentifier.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
 namespace {
@@ -82,22 +83,6 @@ std::string RowClauses::text(std::string_view table) const {
   std::string text = " FROM " + quoteIdentifier(table);
   if (!conditions.empty()) text += " WHERE " + joined(conditions, " AND ");
   if (!order.empty()) text += " ORDER BY " + joined(order, ",");
-  return text;
-}
-
-std::vector<std::string> quoted(std::span<std::string const> names) {
-  std::vector<std::string> list;
-  list.reserve(names.size());
-  for (std::string const& name : names) list.push_back(quoteIdentifier(name));
-  return list;
-}
-
-std::string joined(std::span<std::string const> parts, std::string_view separator) {
-  std::string text;
-  for (std::string const& part : parts) {
-    if (&part != &parts.front()) text += separator;
-    text += part;
-  }
   return text;
 }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +26,6 @@ RowClauses rowClauses(TableSchema const& schema, BrowseRequest const& request);
 
 /// Whether the rows behind `token` are those behind its identity; else they are those behind its offset.
 bool goesOnByKey(PageToken const& token, TableSchema const& schema, BrowseRequest const& request);
-
-/// Each name quoted.
-std::vector<std::string> quoted(std::span<std::string const> names);
-
-std::string joined(std::span<std::string const> parts, std::string_view separator);
 
 /// The names of the schema's columns, then those of its identity, as a list of what to select.
 std::string selectList(TableSchema const& schema);

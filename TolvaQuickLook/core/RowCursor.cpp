@@ -11,6 +11,7 @@
 #include "core/StoredText.hpp"
 
 namespace tolva {
+
 SQLiteStatement prepareWithinBudget(SQLiteConnection& connection, BuiltQuery const& query) {
   std::optional<MemoryBudget> preparing(MemoryBudget::ordinary);
   SQLiteStatement statement(connection.shared_from_this(), query.sql);
@@ -37,15 +38,14 @@ bool RowCursor::step() {
 DatabaseRow RowCursor::row() const {
   DatabaseRow row;
   statement_.append(row.values, 0, columns_, /*full=*/false);
-  if (schema_.withoutRowID) {
-    for (int column = columns_; column < columns_ + keys_; ++column) row.identity.push_back(key(column));
-  } else {
-    statement_.append(row.identity, columns_, keys_, /*full=*/false);  // numbers alone
-  }
+  row.identity.reserve(static_cast<std::size_t>(keys_));
+  for (int column = columns_; column < columns_ + keys_; ++column) row.identity.push_back(key(column));
   return row;
 }
 
 SQLiteValue RowCursor::key(int column) const {
+  sqlite3_value* const stored = sqlite3_column_value(statement_.handle(), column);
+  if (sqlite3_value_type(stored) == SQLITE_INTEGER) return sqlite3_value_int64(stored);  // a rowid, most often
   if (identity_ == Identity::asKey) return identityValue(statement_, column);
   bool const isValid = isReadAsStored(statement_, column);
   SQLiteValue value = statement_.value(column, identity_ == Identity::wholly);

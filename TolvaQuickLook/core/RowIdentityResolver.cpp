@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -26,14 +25,10 @@ constexpr std::int64_t mostListed = 4000;  // objects of a schema with views
 
 constexpr std::array<std::string_view, 3> knownCollations{"BINARY", "NOCASE", "RTRIM"};
 
-/// One attached schema, asked through pragmas.
+/// One attached schema.
 struct Schema {
   SQLiteConnection& connection;
   std::string const& database;
-
-  SQLiteStatement pragma(char const* call, std::string const& of) const {
-    return connection.prepare("PRAGMA " + quoteIdentifier(database) + call + quoteIdentifier(of) + ")");
-  }
 
   /// Whether the list of one table can take long without asking for the memory by which it is bounded: it walks through
   /// all tables again, for each of them, while there is a view that cannot be resolved.
@@ -74,7 +69,8 @@ ListedTable ordinaryTable(Schema const& of, std::string const& table) {
 
 /// All of them, hidden ones too. Their types are in upper case.
 std::vector<DatabaseColumn> readColumns(Schema const& of, std::string const& table, std::stop_token const& task) {
-  SQLiteStatement row = of.pragma(".table_xinfo(", table);
+  SQLiteStatement row =
+      of.connection.prepare("PRAGMA " + quoteIdentifier(of.database) + ".table_xinfo(" + quoteIdentifier(table) + ")");
   std::vector<DatabaseColumn> columns;
   while (row.step()) {
     checkCancellation(task);
@@ -99,16 +95,6 @@ std::vector<DatabaseColumn> declaredKey(std::vector<DatabaseColumn> const& colum
   return key;
 }
 
-/// The index of the primary key; an alias of the rowid needs none.
-std::optional<std::string> keyIndex(Schema const& of, std::string const& table) {
-  SQLiteStatement row = of.pragma(".index_list(", table);
-  std::optional<std::string> name;
-  while (row.step()) {
-    if (row.value(3, /*full=*/false) == SQLiteValue("pk")) name = shown(row, 1);
-  }
-  return name;
-}
-
 /// In an ordinary table a primary key lets NULL in, any number of times, unless its columns are declared NOT NULL.
 void refuseNull(std::vector<DatabaseColumn> const& key, ListedTable const& table, bool hasIndex) {
   bool const alias = key.size() == 1 && key.front().type == "INTEGER" && !hasIndex;
@@ -117,30 +103,18 @@ void refuseNull(std::vector<DatabaseColumn> const& key, ListedTable const& table
   throw DatabaseError("The declared primary key permits NULL; reliable row matching is unavailable.");
 }
 
-[[noreturn]] void refuseCollation() { throw DatabaseError("The primary key requires an unsupported collation."); }
-
-/// By column name, in upper case. A key may name a column twice; by two collations it has no single one.
-std::map<std::string, std::string> indexCollations(Schema const& of, std::string const& index) {
-  SQLiteStatement row = of.pragma(".index_xinfo(", index);
-  std::map<std::string, std::string> collations;
-  while (row.step()) {
-    if (!isOne(row, 5)) continue;
-    auto const [known, isNew] = collations.try_emplace(shown(row, 2), upperASCII(shown(row, 4)));
-    if (!isNew && known->second != upperASCII(shown(row, 4))) refuseCollation();
-  }
-  return collations;
-}
-
+/// A column that the key holds by two collations has no single one.
 std::vector<std::string> collationsOf(std::vector<DatabaseColumn> const& key, Schema const& of,
                                       std::string const& index) {
-  std::map<std::string, std::string> const found = indexCollations(of, index);
+  auto const held = keyCollations(of.connection, of.database, index);
   std::vector<std::string> collations;
   for (DatabaseColumn const& column : key) {
-    auto const collation = found.find(column.name);
-    if (collation == found.end() || std::ranges::find(knownCollations, collation->second) == knownCollations.end()) {
-      refuseCollation();
+    auto const found = held.find(column.name);
+    bool const isSingle = found != held.end() && found->second.size() == 1;
+    if (!isSingle || std::ranges::find(knownCollations, *found->second.begin()) == knownCollations.end()) {
+      throw DatabaseError("The primary key requires an unsupported collation.");
     }
-    collations.push_back(collation->second);
+    collations.push_back(*found->second.begin());
   }
   return collations;
 }
@@ -153,7 +127,7 @@ ComparisonIdentity RowIdentityResolver::resolve(SQLiteConnection& connection, st
   ListedTable const listed = ordinaryTable(of, table);
   std::vector<DatabaseColumn> const columns = readColumns(of, table, task);
   std::vector<DatabaseColumn> const key = declaredKey(columns);
-  std::optional<std::string> const index = keyIndex(of, table);
+  std::optional<std::string> const index = keyIndex(connection, database, table);
   refuseNull(key, listed, index.has_value());
   std::vector<std::string> collations(key.size(), "BINARY");
   if (index) collations = collationsOf(key, of, *index);

@@ -8,6 +8,7 @@
 #include "core/RowClauses.hpp"
 #include "core/RowCursor.hpp"
 #include "core/SQLIdentifier.hpp"
+#include "platform/JoinedText.hpp"
 #include "platform/TaskCancellation.hpp"
 
 namespace tolva {

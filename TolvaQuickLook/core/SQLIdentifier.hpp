@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tolva {
 
@@ -15,6 +17,14 @@ inline std::string quoteIdentifier(std::string_view name) {
     quoted += c;
   }
   return quoted += '"';
+}
+
+/// Each of the names quoted.
+inline std::vector<std::string> quoted(std::span<std::string const> names) {
+  std::vector<std::string> list;
+  list.reserve(names.size());
+  for (std::string const& name : names) list.push_back(quoteIdentifier(name));
+  return list;
 }
 
 }  // namespace tolva

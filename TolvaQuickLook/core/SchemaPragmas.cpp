@@ -64,13 +64,6 @@ void readFlags(SQLiteConnection& connection, TableSchema& schema) {
   }
 }
 
-bool hasKeyIndex(SQLiteConnection& connection, std::string const& table) {
-  SQLiteStatement row = connection.prepare("PRAGMA index_list(" + quoteIdentifier(table) + ")");
-  bool found = false;
-  while (row.step()) found = found || row.value(3, /*full=*/false) == SQLiteValue("pk");
-  return found;
-}
-
 /// The first of the rowid's names that no column bears.
 std::vector<std::string> rowidName(TableSchema const& schema) {
   for (char const* const name : {"rowid", "_rowid_", "oid"}) {
@@ -86,8 +79,8 @@ std::vector<std::string> rowIdentity(SQLiteConnection& connection, TableSchema c
   if (schema.object.kind != "table") return {};
   std::vector<DatabaseColumn> const key = keyColumns(schema.columns);
   if (schema.withoutRowID) return namesOf(key);
-  bool const keyIndex = hasKeyIndex(connection, schema.object.name);
-  bool const alias = key.size() == 1 && upperASCII(key.front().type) == "INTEGER" && !keyIndex;
+  bool const hasIndex = keyIndex(connection, {}, schema.object.name).has_value();
+  bool const alias = key.size() == 1 && upperASCII(key.front().type) == "INTEGER" && !hasIndex;
   return alias ? namesOf(key) : rowidName(schema);
 }
 

@@ -7,6 +7,7 @@
 
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
+#include "platform/ASCIICase.hpp"
 
 namespace tolva {
 namespace {
@@ -17,8 +18,15 @@ using namespace std::chrono_literals;
 constexpr std::int64_t resolvingMemory = std::int64_t{64} << 20;
 constexpr auto resolvingTime = 50ms;
 
-std::vector<ListedTable> readList(SQLiteConnection& connection, std::string const& pragma) {
-  SQLiteStatement row = connection.prepare(pragma);
+SQLiteStatement pragma(SQLiteConnection& connection, std::string const& database, char const* call,
+                       std::string const& of) {
+  std::string const prefix = database.empty() ? "" : quoteIdentifier(database) + ".";
+  return connection.prepare("PRAGMA " + prefix + call + "(" + quoteIdentifier(of) + ")");
+}
+
+std::string shown(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
+
+std::vector<ListedTable> readList(SQLiteStatement row) {
   std::vector<ListedTable> tables;
   while (row.step()) {
     tables.push_back({.name = row.value(1, /*full=*/false),
@@ -33,14 +41,33 @@ std::vector<ListedTable> readList(SQLiteConnection& connection, std::string cons
 
 std::optional<std::vector<ListedTable>> listTables(SQLiteConnection& connection, std::string const& database,
                                                    std::string const& table) {
-  std::string const prefix = database.empty() ? "" : quoteIdentifier(database) + ".";
   MemoryBudget const budget(resolvingMemory, uptime() + resolvingTime);
   try {
-    return readList(connection, "PRAGMA " + prefix + "table_list(" + quoteIdentifier(table) + ")");
+    return readList(pragma(connection, database, "table_list", table));
   } catch (DatabaseError const&) {
     if (!budget.spent()) throw;
     return std::nullopt;
   }
+}
+
+std::optional<std::string> keyIndex(SQLiteConnection& connection, std::string const& database,
+                                    std::string const& table) {
+  SQLiteStatement row = pragma(connection, database, "index_list", table);
+  std::optional<std::string> name;
+  while (row.step()) {
+    if (row.value(3, /*full=*/false) == SQLiteValue("pk")) name = shown(row, 1);
+  }
+  return name;
+}
+
+std::map<std::string, std::set<std::string>> keyCollations(SQLiteConnection& connection, std::string const& database,
+                                                           std::string const& index) {
+  SQLiteStatement row = pragma(connection, database, "index_xinfo", index);
+  std::map<std::string, std::set<std::string>> collations;
+  while (row.step()) {
+    if (isOne(row, 5)) collations[shown(row, 2)].insert(upperASCII(shown(row, 4)));
+  }
+  return collations;
 }
 
 bool isOne(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false) == SQLiteValue(1); }

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -28,6 +30,15 @@ struct ListedTable {
 /// so.
 std::optional<std::vector<ListedTable>> listTables(SQLiteConnection& connection, std::string const& database,
                                                    std::string const& table);
+
+/// The index of the primary key; an alias of the rowid needs none. `database` is as above.
+std::optional<std::string> keyIndex(SQLiteConnection& connection, std::string const& database,
+                                    std::string const& table);
+
+/// The collations, in upper case, by which an index holds each column of its key: one, unless the key names the column
+/// twice.
+std::map<std::string, std::set<std::string>> keyCollations(SQLiteConnection& connection, std::string const& database,
+                                                           std::string const& index);
 
 /// Whether a column of the current row is the integer 1.
 bool isOne(SQLiteStatement const& row, int column);

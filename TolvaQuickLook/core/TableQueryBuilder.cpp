@@ -4,6 +4,8 @@
 #include <algorithm>
 
 #include "core/RowClauses.hpp"
+#include "core/SQLIdentifier.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
 namespace {

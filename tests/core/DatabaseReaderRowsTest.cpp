@@ -175,6 +175,9 @@ TEST(DatabaseReader, GivesNoIdentityOfAnotherRow) {
   std::vector<DatabaseRow> const rows = reader.page(schema, {}, {}, noTask).rows;
   ASSERT_EQ(rows.at(0).identity, Values{"a\uFFFD"});
   ASSERT_EQ(rows.at(1).identity, Values{LargeText{4}});
+  TableSchema stale = schema;  // as of a table with a rowid that another process has replaced by this one
+  stale.withoutRowID = false;
+  ASSERT_EQ(reader.page(stale, {}, {}, noTask).rows, rows);
   DatabaseWriter writer;
   writer.open(database.path());
   EXPECT_EQ(failureOf([&] { writer.apply(schema, {{.row = rows[1], .column = "v", .value = "new"}}, noTask); }),

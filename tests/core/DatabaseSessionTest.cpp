@@ -528,7 +528,7 @@ TEST(DatabaseSession, ReadsAsCancelledWhereAStatementIsStoppedAtTheDeadline) {
 }
 
 TEST(DatabaseSession, IsCancelledWhereAStatementIsPreparedOverTheDeadline) {
-  if (!SQLiteLibrary::enforcesMemoryBudgets()) GTEST_SKIP() << "SQLite was in use before.";
+  ASSERT_TRUE(SQLiteLibrary::enforcesMemoryBudgets());
   TemporaryDatabase const database("CREATE TABLE t(a)");
   OpenedConnections const slow([](sqlite3* db) {
     auto const authorize = [](void*, int action, char const*, char const*, char const*, char const*) {
@@ -551,7 +551,7 @@ TEST(DatabaseSession, StaysOutOfMemoryWhereThereIsTime) {
     };
     sqlite3_set_authorizer(db, authorize, nullptr);
   });
-  if (!SQLiteLibrary::enforcesMemoryBudgets()) GTEST_SKIP() << "SQLite was in use before.";
+  ASSERT_TRUE(SQLiteLibrary::enforcesMemoryBudgets());
   EXPECT_EQ(failureOf([&] { infoOf(database); }).code, SQLITE_NOMEM);
 }
 
