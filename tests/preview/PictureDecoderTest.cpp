@@ -13,6 +13,7 @@
 #include "preview/TestTIFF.hpp"
 #include "preview/helpers/PreviewLimits.hpp"
 #include "support/NoTask.hpp"
+#include "support/Patience.hpp"
 
 namespace tolva {
 namespace {
@@ -26,7 +27,8 @@ Bytes ofDigits(std::string_view digits) {
 }
 
 std::optional<TestPicture> shown(Bytes const& picture) {
-  auto const png = PreviewHelpers(std::filesystem::path(TOLVA_HELPERS)).thumbnail(picture, noTask);
+  PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
+  auto const png = patiently([&] { return helpers.thumbnail(picture, noTask); });
   return png ? std::optional(TestPicture(*png)) : std::nullopt;
 }
 

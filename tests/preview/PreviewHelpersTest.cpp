@@ -20,6 +20,7 @@
 #include "support/Corpora.hpp"
 #include "support/Descriptors.hpp"
 #include "support/NoTask.hpp"
+#include "support/Patience.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
 
@@ -32,7 +33,9 @@ PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
 
 Bytes bytesOf(std::string_view text) { return Bytes(text.begin(), text.end()); }
 
-std::optional<Bytes> thumbnail(Bytes const& picture) { return helpers.thumbnail(picture, noTask); }
+std::optional<Bytes> thumbnail(Bytes const& picture) {
+  return patiently([&] { return helpers.thumbnail(picture, noTask); });
+}
 
 /// A document of one page: its entries, and what is drawn.
 std::string documentOf(std::string const& page, std::string const& drawing) {
@@ -43,7 +46,7 @@ std::string documentOf(std::string const& page, std::string const& drawing) {
 }
 
 std::optional<PDFFirstPage> firstPage(std::string const& document) {
-  return helpers.firstPage(bytesOf(document), noTask);
+  return patiently([&] { return helpers.firstPage(bytesOf(document), noTask); });
 }
 
 constexpr unsigned red = 0xff0000;
@@ -331,9 +334,10 @@ TEST(PreviewHelpers, TellOfRealDocumentsWhatAnotherProgramTells) {
 TEST(PreviewHelpers, EndADocumentThatWouldTakeMinutes) {
   std::string fills = "/G gs\n";
   while (fills.size() < 200'000) fills += "0 0 9999 9999 re f\n";
+  Bytes const document =
+      bytesOf(documentOf("/MediaBox[0 0 1024 1024]/Resources<</ExtGState<</G<</ca .5/BM/Luminosity>>>>>>", fills));
   auto const begun = uptime();
-  EXPECT_FALSE(
-      firstPage(documentOf("/MediaBox[0 0 1024 1024]/Resources<</ExtGState<</G<</ca .5/BM/Luminosity>>>>>>", fills)));
+  EXPECT_FALSE(helpers.firstPage(document, noTask));
   EXPECT_GT(uptime() - begun, 2500ms) << "it was no trouble after all";
   EXPECT_LT(uptime() - begun, 30s);
 }
@@ -348,8 +352,9 @@ TEST(PreviewHelpers, WorkForAnyUser) {
   folder.openToEverybody();
   EXPECT_EQ(asUnprivileged([&] {
               PreviewHelpers const open(folder.path());
-              bool const picture = open.thumbnail(greyPNG(9, 9), noTask).has_value();
-              auto const page = open.firstPage(bytesOf(documentOf("/MediaBox[0 0 9 9]", "")), noTask);
+              bool const picture = patiently([&] { return open.thumbnail(greyPNG(9, 9), noTask); }).has_value();
+              auto const page =
+                  patiently([&] { return open.firstPage(bytesOf(documentOf("/MediaBox[0 0 9 9]", "")), noTask); });
               return std::string(picture ? "picture " : "") + (page && page->png ? "page" : "");
             }),
             "picture page");
@@ -363,7 +368,7 @@ TEST(PreviewHelpers, StayWhereTheyWereWhenTheirFolderWasNamed) {
   auto const gone = std::filesystem::temp_directory_path() / ("tolva-gone-" + std::to_string(::getpid()));
   std::filesystem::create_directory(gone);
   std::filesystem::current_path(gone);
-  EXPECT_TRUE(named.thumbnail(greyPNG(9, 9), noTask));
+  EXPECT_TRUE(patiently([&] { return named.thumbnail(greyPNG(9, 9), noTask); }));
   std::filesystem::remove(gone);
   EXPECT_FALSE(PreviewHelpers("helpers").thumbnail(greyPNG(9, 9), noTask)) << "no folder to look from, and no failure";
   std::filesystem::current_path(before);
@@ -387,8 +392,8 @@ class BadHelpers : public testing::Test {
 TEST_F(BadHelpers, AnswerWhenTheyDoAsTheyShould) {
   std::ofstream(folder_ / "png", std::ios::binary)
       .write(reinterpret_cast<char const*>(picture_.data()), static_cast<long>(picture_.size()));
-  EXPECT_EQ(running("cat >/dev/null; exec cat '" + (folder_ / "png").string() + "'").thumbnail(picture_, noTask),
-            picture_);
+  auto const answering = running("cat >/dev/null; exec cat '" + (folder_ / "png").string() + "'");
+  EXPECT_EQ(patiently([&] { return answering.thumbnail(picture_, noTask); }), picture_);
 }
 
 TEST_F(BadHelpers, AreNoAnswer) {
@@ -397,7 +402,8 @@ TEST_F(BadHelpers, AreNoAnswer) {
     return std::string(answer.begin(), answer.end());
   }());
   std::string const good = "cat '" + (folder_ / "locked").string() + "'";
-  ASSERT_TRUE(running(good).firstPage(document_, noTask)) << "or the cases below prove nothing";
+  ASSERT_TRUE(patiently([&] { return running(good).firstPage(document_, noTask); }))
+      << "or the cases below prove nothing";
   std::string const scripts[] = {
       "exit 0",
       "exit 1",
@@ -461,7 +467,7 @@ TEST(PreviewHelpers, HoldTheHostToTheBoundsInBytes) {
   Bytes document = bytesOf(documentOf("/MediaBox[0 0 9 9]", std::string(PreviewLimits::mostDocument - rest, ' ')));
   ASSERT_EQ(document.size(), PreviewLimits::mostDocument);
   EXPECT_TRUE(answered("tolva-pdf-helper", document));
-  EXPECT_TRUE(helpers.firstPage(document, noTask));
+  EXPECT_TRUE(patiently([&] { return helpers.firstPage(document, noTask); }));
   document.push_back(' ');
   EXPECT_FALSE(answered("tolva-pdf-helper", document));
   EXPECT_FALSE(helpers.firstPage(document, noTask));
@@ -472,7 +478,7 @@ TEST_F(BadHelpers, AreNotStartedForWhatNoHelperDecodes) {
   EXPECT_FALSE(telling.thumbnail(bytesOf("plain text"), noTask));
   EXPECT_FALSE(telling.firstPage(Bytes(PreviewLimits::mostDocument + 1), noTask));
   EXPECT_EQ(folder_.read("started"), "(no started)");
-  EXPECT_FALSE(telling.thumbnail(picture_, noTask));
+  EXPECT_FALSE(patiently([&] { return telling.thumbnail(picture_, noTask); }));
   EXPECT_EQ(folder_.read("started"), "");
 }
 
