@@ -169,5 +169,13 @@ TEST(PictureDecoder, ShowsNothingOfADamagedPicture) {
   EXPECT_FALSE(shown(png));
 }
 
+/// What is damaged is found by one thread while another may have finished already.
+TEST(PictureDecoder, NeverShowsAPictureWhosePixelsHaveAWrongChecksum) {
+  Bytes png = greyPNG(32, 32);
+  std::size_t const end = 12;  // the chunk behind the pixels, before which their checksum stands
+  png.at(png.size() - end - 1) ^= 1;
+  for (int time = 0; time < 40; ++time) ASSERT_FALSE(shown(png)) << time;
+}
+
 }  // namespace
 }  // namespace tolva
