@@ -13,6 +13,7 @@
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
+#include "support/HangingHelpers.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TemporaryDatabase.hpp"
@@ -779,6 +780,36 @@ TEST(QueryExecutor, PreviewsNoCellThatIsNoLongerInItsRow) {
   EXPECT_EQ(failureOf([&] { scene.executor.preview(7, 1, noTask); }), gone);
   EXPECT_EQ(scene.page(0).rows.size(), 500U);
   EXPECT_EQ(scene.executor.preview(8, 1, noTask).text, std::string(1'000, 'x'));
+}
+
+/// Somebody who looks at a document waits for the helper, and pages on meanwhile.
+TEST(QueryExecutor, ShowsPagesWhileAPreviewIsMade) {
+  TemporaryDatabase const database("");
+  HangingHelpers const helpers;
+  QueryExecutor executor{PreviewHelpers(helpers.folder())};
+  executor.open(database.path(), true);
+  executor.start("SELECT x'255044462d312e37'", {}, noTask);
+  bool meanwhile = false;
+  for (int attempt = 0; attempt < 5 && !meanwhile; ++attempt) {  // a busy machine may end the helper by the clock
+    std::stop_source task;
+    bool cancelled = false;
+    std::jthread previewing([&] {
+      try {
+        executor.preview(0, 0, task.get_token());
+      } catch (TaskCancelled const&) {
+        cancelled = true;
+      }
+    });
+    ASSERT_TRUE(helpers.waitForStart());
+    EXPECT_EQ(executor.page(0, noTask).rows.size(), 1U);
+    meanwhile = helpers.runs();
+    task.request_stop();
+    previewing.join();
+    EXPECT_TRUE(cancelled || !meanwhile);
+    EXPECT_FALSE(helpers.runs());
+    helpers.forget();
+  }
+  EXPECT_TRUE(meanwhile);
 }
 
 // Copying --------------------------------------------------------------------------------------------
