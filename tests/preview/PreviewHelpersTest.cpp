@@ -132,8 +132,9 @@ TEST(PreviewHelpers, ShowEveryGoodPNGAndNoCorruptOne) {
   EXPECT_EQ(corrupt, 14);
 }
 
-/// A JPEG picture whose upper half is 0x808080 and whose lower half 0xe4e4e4, both sides multiples of 16.
-Bytes twoHalvesJPEG(unsigned width, unsigned height, std::uint8_t orientation) {
+/// A grey JPEG picture of any size, made of the codes of its blocks of 8 x 8 pixels. Codes of differences to the block
+/// before: "0" for none, "10" for one of seven bits. Of the rest: "0" for the block's end.
+Bytes jpegOf(unsigned width, unsigned height, std::uint8_t orientation, std::string bits) {
   Bytes jpeg = {0xff, 0xd8};
   auto const segment = [&](std::uint8_t marker, Bytes const& data) {
     std::size_t const length = data.size() + 2;
@@ -147,19 +148,29 @@ Bytes twoHalvesJPEG(unsigned width, unsigned height, std::uint8_t orientation) {
   segment(0xdb, steps);
   segment(0xc0, {8, static_cast<std::uint8_t>(height >> 8), static_cast<std::uint8_t>(height),
                  static_cast<std::uint8_t>(width >> 8), static_cast<std::uint8_t>(width), 1, 1, 0x11, 0});
-  // Codes of differences: "0" for none, "10" for one of seven bits. Of the rest: "0" for the block's end.
   segment(0xc4, {0x00, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
   segment(0xc4, {0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
   segment(0xda, {1, 1, 0x00, 0, 63, 0});
-  std::size_t const half = std::size_t{width} / 8 * (height / 8) / 2;
-  std::string bits(2 * half, '0');
-  bits += "1011001000" + std::string(2 * (half - 1), '0');  // 100 more, and all blocks after it alike
   while (bits.size() % 8 != 0) bits += '1';
   for (std::size_t at = 0; at < bits.size(); at += 8) {
     jpeg.push_back(static_cast<std::uint8_t>(std::stoi(bits.substr(at, 8), nullptr, 2)));
   }
   jpeg.insert(jpeg.end(), {0xff, 0xd9});
   return jpeg;
+}
+
+/// All of it 0x808080.
+Bytes greyJPEG(unsigned width, unsigned height) {
+  std::size_t const blocks = std::size_t{(width + 7) / 8} * ((height + 7) / 8);
+  return jpegOf(width, height, 1, std::string(2 * blocks, '0'));
+}
+
+/// The upper half is 0x808080 and the lower half 0xe4e4e4, both sides multiples of 16.
+Bytes twoHalvesJPEG(unsigned width, unsigned height, std::uint8_t orientation) {
+  std::size_t const half = std::size_t{width} / 8 * (height / 8) / 2;
+  std::string bits(2 * half, '0');
+  bits += "1011001000" + std::string(2 * (half - 1), '0');  // 100 more, and all blocks after it alike
+  return jpegOf(width, height, orientation, std::move(bits));
 }
 
 TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
@@ -186,6 +197,24 @@ TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
   }
   EXPECT_FALSE(thumbnail(twoHalvesJPEG(16'400, 16, 1)));
   EXPECT_FALSE(thumbnail(twoHalvesJPEG(20'000, 112, 6)));
+}
+
+TEST(PreviewHelpers, ShowAJPEGHoweverThinItIs) {
+  for (unsigned const length : {2'048u, 4'096u, 8'192u, 16'384u}) {  // from here on, a factor of 2, 4 and 8
+    for (unsigned const breadth : {1u, 3u, 7u, 8u, 15u}) {
+      SCOPED_TRACE(std::to_string(length) + " x " + std::to_string(breadth));
+      auto const wide = thumbnail(greyJPEG(length, breadth));
+      auto const high = thumbnail(greyJPEG(breadth, length));
+      ASSERT_TRUE(wide && high);
+      auto const size = HelperAnswer::thumbnailSize(*wide);
+      ASSERT_TRUE(size);
+      EXPECT_EQ(size->width, 1'024u);
+      EXPECT_EQ(HelperAnswer::thumbnailSize(*high), (PixelSize{size->height, 1'024}));
+      EXPECT_NEAR(size->height, breadth * 1'024.0 / length, 1) << "no more than a pixel is lost";
+      EXPECT_EQ(TestPicture(*wide).at(1'023, size->height - 1), 0x808080u);
+      EXPECT_EQ(TestPicture(*high).at(size->height - 1, 1'023), 0x808080u);
+    }
+  }
 }
 
 TEST(PreviewHelpers, TurnPicturesUpright) {

@@ -27,12 +27,13 @@ Image opened(std::span<std::uint8_t const> picture) {
 
 constexpr int side = PreviewLimits::thumbnailSide;
 
-/// A JPEG picture can be decoded at a half, a quarter or an eighth of its size, for that much less work. libvips by itself
-/// leaves more to be shrunk than the eye can tell.
+/// A JPEG picture can be decoded at a half, a quarter or an eighth of its size, for that much less work. libvips by
+/// itself leaves more to be shrunk than the eye can tell. It drops what is left of a side that the factor does not
+/// divide, which is less than a pixel of the thumbnail, and ends the process where nothing else is left.
 int factorAtDecoding(VipsImage* header) {
-  int const longer = std::max(vips_image_get_width(header), vips_image_get_height(header));
+  auto const [shorter, longer] = std::minmax({vips_image_get_width(header), vips_image_get_height(header)});
   int factor = 1;
-  while (factor < 8 && longer >= 2 * factor * side) factor *= 2;
+  while (factor < 8 && longer >= 2 * factor * side && shorter >= 2 * factor) factor *= 2;
   return factor;
 }
 
