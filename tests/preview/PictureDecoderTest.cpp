@@ -131,6 +131,20 @@ TEST(PictureDecoder, ShowsSamplesThatAreNoBytes) {
   EXPECT_EQ(picture->at(20, 15), 0xc0c0c0u);
 }
 
+TEST(PictureDecoder, TakesASampleBehindTheColoursForTransparencyWhenThereIsOneAlone) {
+  for (bool const colours : {false, true}) {
+    for (unsigned const width : {40u, 2048u}) {
+      for (unsigned const zeros : {0u, 1u, 2u, 3u, 5u}) {
+        SCOPED_TRACE(std::to_string(width) + (colours ? " colours " : " grey ") + std::to_string(zeros));
+        auto const picture =
+            shown({{.width = width, .height = 20, .above = 0x40, .below = 0x40, .colours = colours, .zeros = zeros}});
+        ASSERT_TRUE(picture);
+        EXPECT_EQ(picture->at(20, 5), zeros == 1 ? 0xffffffu : 0x404040u);
+      }
+    }
+  }
+}
+
 TEST(PictureDecoder, ShowsAWebPMadeSmallerWhileItIsDecoded) {
   // 2048 x 64 red pixels.
   auto const picture =

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "preview/helpers/PictureFormat.hpp"
 #include "preview/helpers/PreviewLimits.hpp"
@@ -44,6 +45,28 @@ Image decodedJPEG(void* bytes, std::size_t size, int factor) {
   return Image(made ? decoded : nullptr);
 }
 
+int coloursOf(VipsImage* picture) {
+  switch (vips_image_get_interpretation(picture)) {
+    case VIPS_INTERPRETATION_B_W:
+    case VIPS_INTERPRETATION_GREY16:
+      return 1;
+    case VIPS_INTERPRETATION_CMYK:
+      return 4;
+    default:
+      return 3;
+  }
+}
+
+/// A TIFF may have any number of samples behind its colours. A single one is transparency; of several libvips would take
+/// one for that, whatever they are, and does not tell.
+Image withoutStrangeSamples(Image picture) {
+  int const colours = coloursOf(picture.get());
+  if (vips_image_get_bands(picture.get()) <= colours + 1) return picture;
+  VipsImage* coloured = nullptr;
+  bool const made = vips_extract_band(picture.get(), &coloured, 0, "n", colours, nullptr) == 0;
+  return Image(made ? coloured : nullptr);
+}
+
 Image shrunk(Image const& picture) {
   VipsImage* small = nullptr;
   bool const made = picture && vips_thumbnail_image(picture.get(), &small, side, "height", side, "size", VIPS_SIZE_DOWN,
@@ -60,7 +83,7 @@ Image shrunkAtDecoding(void* bytes, std::size_t size) {
   return Image(made ? small : nullptr);
 }
 
-Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image const& picture) {
+Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image picture) {
   void* const start = const_cast<std::uint8_t*>(bytes.data());  // libvips only reads them
   switch (format) {
     case PictureFormat::jpeg:
@@ -68,7 +91,7 @@ Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image co
     case PictureFormat::webp:
       return shrunkAtDecoding(start, bytes.size());
     default:
-      return shrunk(picture);
+      return shrunk(withoutStrangeSamples(std::move(picture)));
   }
 }
 
@@ -107,12 +130,12 @@ bool PictureDecoder::prepare(bool heif) {
 std::optional<Bytes> PictureDecoder::thumbnail(std::span<std::uint8_t const> picture) {
   auto const format = pictureFormat(picture);
   if (!format) return {};
-  Image const whole = opened(picture);
+  Image whole = opened(picture);
   if (!whole || !PreviewLimits::decodes(vips_image_get_width(whole.get()), vips_image_get_height(whole.get()))) {
     return {};
   }
   vips_error_clear();
-  Image small = shrunk(picture, *format, whole);
+  Image small = shrunk(picture, *format, std::move(whole));
   if (small) small = eightBits(std::move(small));
   void* png = nullptr;
   std::size_t size = 0;
