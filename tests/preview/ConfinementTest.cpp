@@ -61,6 +61,11 @@ constexpr DeedCase deeds[] = {
     {"map-1-gib", "refused ENOMEM"},
     {"open-passwd", "refused EACCES"},
     {"open-fonts", "refused EACCES"},
+    {"stat-elsewhere", "refused EACCES"},
+    {"stat-more-elsewhere", "refused EACCES"},
+    {"access-elsewhere", "refused EACCES"},
+    {"read-link-elsewhere", "refused EACCES"},
+    {"list-elsewhere", "refused EACCES"},
     {"create-file", "refused EACCES"},
     {"openat2", killed},
     {"chmod", "refused EACCES"},
@@ -145,6 +150,16 @@ TEST(Confinement, LetsTheFontsBeReadWhereTheKernelCanTellThemFromOtherFiles) {
   EXPECT_EQ(outcomeOf("open-fonts-writing", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("create-file", "fonts"), "refused EACCES");
   EXPECT_EQ(outcomeOf("signal-by-descriptor", "fonts"), killed);
+}
+
+/// Landlock closes what files and folders hold, and not what the system tells of them.
+TEST(Confinement, LeavesTheFactsOfAllFilesToADecoderThatReadsSome) {
+  std::string const told = kernelHasLandlock() ? "done" : "refused EACCES";
+  for (char const* deed : {"stat-elsewhere", "stat-more-elsewhere", "access-elsewhere", "read-link-elsewhere"}) {
+    SCOPED_TRACE(deed);
+    EXPECT_EQ(outcomeOf(deed, "fonts"), told);
+  }
+  EXPECT_EQ(outcomeOf("list-elsewhere", "fonts"), "refused EACCES");
 }
 
 TEST(Confinement, IsRefusedWhereASecondThreadWouldEscapeIt) {

@@ -35,6 +35,8 @@ namespace {
 
 int leaked = -1;
 char scratch[4096];
+struct stat facts;
+struct statx moreFacts;
 
 long openReading(char const* path) { return ::open(path, O_RDONLY); }
 
@@ -102,6 +104,11 @@ constexpr Deed deeds[] = {
     {"open-passwd", [] { return openReading("/etc/passwd"); }},
     {"open-fonts", [] { return openReading("/etc/fonts/fonts.conf"); }},
     {"open-fonts-writing", [] { return long{::open("/etc/fonts/fonts.conf", O_RDWR)}; }},
+    {"stat-elsewhere", [] { return long{::fstatat(AT_FDCWD, "/etc/passwd", &facts, 0)}; }},
+    {"stat-more-elsewhere", [] { return long{::statx(AT_FDCWD, "/etc/passwd", 0, STATX_BASIC_STATS, &moreFacts)}; }},
+    {"access-elsewhere", [] { return long{::faccessat(AT_FDCWD, "/etc/passwd", R_OK, 0)}; }},
+    {"read-link-elsewhere", [] { return ::readlinkat(AT_FDCWD, "/proc/self", scratch, sizeof scratch); }},
+    {"list-elsewhere", [] { return long{::open("/etc", O_RDONLY | O_DIRECTORY)}; }},
     {"create-file", [] { return long{::open(one, O_WRONLY | O_CREAT, 0600)}; }},
     {"openat2", [] { return ::syscall(SYS_openat2, AT_FDCWD, "/etc/passwd", nullptr, 0); }},
     {"chmod", [] { return long{::chmod(one, 0600)}; }},
