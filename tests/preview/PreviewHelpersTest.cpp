@@ -28,6 +28,7 @@ namespace tolva {
 namespace {
 
 using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
 
@@ -320,6 +321,31 @@ TEST(PreviewHelpers, DrawNoPageBeyondTheLimits) {
   EXPECT_EQ(larger->height, 100);
   EXPECT_EQ(larger->pageCount, 1);
   EXPECT_FALSE(larger->png);
+}
+
+TEST(PreviewHelpers, DrawNoPageWithoutASize) {
+  std::string const digits(400, '9');
+  for (std::string const& box :
+       {"7 7 7 7"s, "0 0 0 100"s, "0 0 100 0"s, "0 0 " + digits + " 1", "0 -" + digits + " 1 1"}) {
+    SCOPED_TRACE(box);
+    auto const page = firstPage(documentOf("/MediaBox[" + box + "]", ""));
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->pageCount, 1);
+    EXPECT_FALSE(page->png);
+  }
+}
+
+/// A box of zeros is taken for none before the helper sees it, so that such a page cannot be refused for its size.
+TEST(PreviewHelpers, DrawAPageWithoutABoxAsALetter) {
+  for (char const* box :
+       {"", "/MediaBox[0 0 0 0]", "/MediaBox[0 0 1]", "/MediaBox[0 0 /a /b]", "/MediaBox[0 0 1e3 1]"}) {
+    SCOPED_TRACE(box);
+    auto const page = firstPage(documentOf(box, "1 0 0 rg 0 0 612 10 re f"));
+    ASSERT_TRUE(page && page->png);
+    EXPECT_EQ(page->width, 612);
+    EXPECT_EQ(page->height, 792);
+    EXPECT_EQ(TestPicture(*page->png).at(610, 790), red);
+  }
 }
 
 TEST(PreviewHelpers, MakeNothingOfWhatIsNoDocument) {
