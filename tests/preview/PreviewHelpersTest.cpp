@@ -413,8 +413,17 @@ TEST(PreviewHelpers, WorkForAnyUser) {
             "picture page");
 }
 
+/// The test's working folder again when it goes.
+struct WorkingFolderKept {
+  std::filesystem::path const folder = std::filesystem::current_path();
+  ~WorkingFolderKept() {
+    std::error_code ignored;
+    std::filesystem::current_path(folder, ignored);
+  }
+};
+
 TEST(PreviewHelpers, StayWhereTheyWereWhenTheirFolderWasNamed) {
-  auto const before = std::filesystem::current_path();
+  WorkingFolderKept const kept;
   std::filesystem::path const folder = TOLVA_HELPERS;
   std::filesystem::current_path(folder.parent_path());
   PreviewHelpers const named(folder.filename());
@@ -424,7 +433,6 @@ TEST(PreviewHelpers, StayWhereTheyWereWhenTheirFolderWasNamed) {
   EXPECT_TRUE(patiently([&] { return named.thumbnail(greyPNG(9, 9), noTask); }));
   std::filesystem::remove(gone);
   EXPECT_FALSE(PreviewHelpers("helpers").thumbnail(greyPNG(9, 9), noTask)) << "no folder to look from, and no failure";
-  std::filesystem::current_path(before);
 }
 
 /// A folder with a script under both helpers' names.
