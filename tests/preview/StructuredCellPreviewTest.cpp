@@ -138,6 +138,13 @@ TEST(StructuredCellPreview, ShowsAPropertyListAsXML) {
                           "\t\t<string>é</string>\n\t</array>\n</dict>\n")}));
 }
 
+/// A reader of XML takes a bare carriage return for a line feed.
+TEST(StructuredCellPreview, ShowsAReturnInAPropertyListAsAReference) {
+  EXPECT_EQ(
+      preview("<plist><dict><key>&#13;k</key><string>a&#13;\nb\r\nc&#xD;</string></dict></plist>"),
+      (Text{"Property List", listXML("<dict>\n\t<key>&#13;k</key>\n\t<string>a&#13;\nb\nc&#13;</string>\n</dict>\n")}));
+}
+
 /// A binary list whose bytes from 8 on are `objects`, with the offset of each.
 std::string binaryList(std::string_view objects, std::initializer_list<int> offsets) {
   std::string list = "bplist00" + std::string(objects);
@@ -178,7 +185,7 @@ BinaryTextCase const binaryTexts[] = {
      "ab",
      "ab"},
     {"no ASCII", "\x50", ""},
-    {"ASCII with the three controls that XML knows", "\x53\t\n\r", "\t\n\r"},
+    {"ASCII with the three controls that XML knows", "\x53\t\n\r", "\t\n&#13;"},
     {"ASCII with a delete", "\x51\x7F", "\x7F"},
     {"ASCII with markup", "\x53<&>", "&lt;&amp;&gt;"},
     {"ASCII with a NUL",
