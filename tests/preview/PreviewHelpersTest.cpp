@@ -300,6 +300,41 @@ TEST(PreviewHelpers, DrawTheMediaBoxHoweverThePageIsCroppedAndTurned) {
   EXPECT_EQ(TestPicture(*elsewhere->png).at(25, 75), red) << "a box that does not begin at the origin";
 }
 
+TEST(PreviewHelpers, DrawAPageOfAnyBoxThatCanBeOne) {
+  struct {
+    char const* page;
+    double width, height;
+    PixelSize size;
+    unsigned middle = red;
+  } const cases[] = {
+      {"/MediaBox[0 0 0.5 0.25]", 0.5, 0.25, {1, 1}},
+      {"/MediaBox[0 0 3 2000]", 3, 2000, {1, 1024}},
+      {"/MediaBox[0 0 0.1 16384]", 0.1, 16'384, {1, 1024}},
+      {"/MediaBox[0 0 16384 16384]", 16'384, 16'384, {1024, 1024}},
+      {"/MediaBox[200 100 0 0]", 200, 100, {200, 100}},
+      {"/MediaBox[-100 -50 100 50]", 200, 100, {200, 100}},
+      {"", 612, 792, {612, 792}},
+      {"/MediaBox[0 0 0 0]", 612, 792, {612, 792}},
+      {"/MediaBox(none)", 612, 792, {612, 792}},
+      {"/MediaBox[0 0 200 100]/CropBox[-50 -50 400 400]", 200, 100, {200, 100}},
+      {"/MediaBox[0 0 200 100]/CropBox[300 300 400 400]", 200, 100, {200, 100}, white},
+      {"/MediaBox[0 0 200 100]/CropBox[7 7 7 7]", 200, 100, {200, 100}, white},
+      {"/MediaBox[0 0 200 100]/Rotate 45", 200, 100, {200, 100}},
+      {"/MediaBox[0 0 200 100]/Rotate -90", 200, 100, {200, 100}},
+      {"/MediaBox[0 0 200 100]/Rotate 450", 200, 100, {200, 100}},
+  };
+  for (auto const& one : cases) {
+    SCOPED_TRACE(one.page);
+    auto const page = firstPage(documentOf(one.page, "1 0 0 rg -9999 -9999 29999 29999 re f"));
+    ASSERT_TRUE(page && page->png);
+    EXPECT_NEAR(page->width, one.width, 1e-6);
+    EXPECT_NEAR(page->height, one.height, 1e-6);
+    TestPicture const picture(*page->png);
+    EXPECT_EQ((PixelSize{picture.width, picture.height}), one.size);
+    EXPECT_EQ(picture.at(picture.width / 2, picture.height / 2), one.middle);
+  }
+}
+
 TEST(PreviewHelpers, DrawText) {
   auto const page = firstPage(
       documentOf("/MediaBox[0 0 200 100]/Resources<</Font<</F<</Type/Font/Subtype/Type1/BaseFont/Helvetica>>>>>>",
@@ -321,6 +356,12 @@ TEST(PreviewHelpers, DrawNoPageBeyondTheLimits) {
   EXPECT_EQ(larger->height, 100);
   EXPECT_EQ(larger->pageCount, 1);
   EXPECT_FALSE(larger->png);
+  for (char const* const empty : {"5 5 5 5", "0 5 100 5", "5 0 5 100"}) {
+    auto const page = firstPage(documentOf("/MediaBox[" + std::string(empty) + "]", ""));
+    ASSERT_TRUE(page) << empty;
+    EXPECT_TRUE(page->width == 0 || page->height == 0) << empty;
+    EXPECT_FALSE(page->png) << empty;
+  }
 }
 
 TEST(PreviewHelpers, DrawNoPageWithoutASize) {
