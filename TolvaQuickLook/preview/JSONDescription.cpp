@@ -20,8 +20,8 @@ bool isUnsigned(std::string const& literal) {
   return error == std::errc() && rest == end;
 }
 
-/// The literal itself where it is unsigned, or so large or small that no number of the machine comes near it. A zero is an
-/// integer, however it is written.
+/// The literal itself where it is unsigned, or so large or small that no number of the machine comes near it. A zero is
+/// an integer, however it is written.
 std::string numberText(JSONValue const& number) {
   if (auto const whole = number.asInteger()) return std::to_string(*whole);
   if (isUnsigned(*number.asNumber())) return *number.asNumber();

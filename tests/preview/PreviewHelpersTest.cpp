@@ -230,7 +230,7 @@ TEST(PreviewHelpers, TurnPicturesUpright) {
     ASSERT_EQ(picture.width, first->width);
     ASSERT_EQ(picture.height, first->height);
     EXPECT_LT(picture.width, picture.height);
-    // The eight were compressed each for itself, so they are alike and not equal; turned, they differ ten times as much.
+    // Each of the eight was compressed for itself, so they are alike, not equal; turned, they differ ten times as much.
     long apart = 0;
     for (std::size_t i = 0; i < picture.pixels.size(); ++i) apart += std::abs(picture.pixels[i] - first->pixels[i]);
     EXPECT_LT(static_cast<double>(apart) / static_cast<double>(picture.pixels.size()), 4);

@@ -10,8 +10,8 @@
 
 namespace tolva {
 
-/// One page of grey, whose upper and lower half may differ. A pixel's samples are its grey, once or as three colours, and
-/// zeros behind it.
+/// One page of grey, whose upper and lower half may differ. A pixel's samples are its grey, once or as three colours,
+/// and zeros behind it.
 struct TIFFPage {
   unsigned width = 0;
   unsigned height = 0;

@@ -24,8 +24,8 @@ namespace {
 
 // What the filter lets through ----------------------------------------------------------------------
 
-// A call that the processor's kernel does not have is left out of the filter: some have the calls that take a folder alone,
-// so the lists name both.
+// A call that the processor's kernel does not have is left out of the filter: some have the calls that take a folder
+// alone, so the lists name both.
 
 /// Memory, time, what threads that were started take, and the descriptors that are there.
 constexpr int allowed[] = {
@@ -149,7 +149,7 @@ bool filterCalls(bool withFiles, bool withThreads) {
   filter.choose(SCMP_SYS(mmap), 2, PROT_EXEC, SCMP_ACT_ALLOW, refuse);
   filter.choose(SCMP_SYS(mprotect), 2, PROT_EXEC, SCMP_ACT_ALLOW, refuse);
 
-  // Threads, and no processes. The flags of clone3 lie in memory, where no filter sees them; without it libc uses clone.
+  // Threads, no processes. The flags of clone3 lie in memory, where no filter sees them; without it libc uses clone.
   constexpr std::uint64_t thread = CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD;
   unsigned const threads = withThreads ? SCMP_ACT_ALLOW : SCMP_ACT_ERRNO(EAGAIN);
   filter.add(threads, SCMP_SYS(clone), scmp_arg_cmp{0, SCMP_CMP_MASKED_EQ, thread, thread});

@@ -20,8 +20,8 @@ namespace {
 
 // Where the page lies -----------------------------------------------------------------------------
 //
-// The drawing shows the media box. poppler draws the crop box, turned as the page says, so that is laid where it belongs on
-// a white canvas of the media box's size; a turned page is made small enough to fit there.
+// The drawing shows the media box. poppler draws the crop box, turned as the page says, so that is laid where it
+// belongs on a white canvas of the media box's size; a turned page is made small enough to fit there.
 
 struct Placement {
   double scale = 0;  // pixels a point

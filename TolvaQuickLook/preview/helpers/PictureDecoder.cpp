@@ -57,8 +57,8 @@ int coloursOf(VipsImage* picture) {
   }
 }
 
-/// A TIFF may have any number of samples behind its colours. A single one is transparency; of several libvips would take
-/// one for that, whatever they are, and does not tell.
+/// A TIFF may have any number of samples behind its colours. A single one is transparency; of several libvips would
+/// take one for that, whatever they are, and does not tell.
 Image withoutStrangeSamples(Image picture) {
   int const colours = coloursOf(picture.get());
   if (vips_image_get_bands(picture.get()) <= colours + 1) return picture;
