@@ -4,11 +4,13 @@
 #include <iostream>
 #include <tolva/core/DatabaseReader.hpp>
 
+#include "TerminalText.hpp"
+
 namespace {
 
 /// One line of cells, a tab between them.
 void print(std::vector<std::string> const& cells) {
-  for (std::string const& cell : cells) std::cout << (&cell == cells.data() ? "" : "\t") << cell;
+  for (std::string const& cell : cells) std::cout << (&cell == cells.data() ? "" : "\t") << terminalText(cell);
   std::cout << '\n';
 }
 
@@ -37,9 +39,9 @@ int main(int count, char** arguments) try {
   if (table == objects.end()) throw tolva::DatabaseError(std::string("There is no table ") + arguments[2]);
   browse(reader, reader.schema(*table), {.search = count == 4 ? arguments[3] : ""});
 } catch (tolva::DatabaseError const& error) {
-  std::cerr << error.errorDescription() << '\n';
+  std::cerr << terminalText(error.errorDescription()) << '\n';
   return 1;
 } catch (std::exception const& error) {  // the system's own, of files and folders
-  std::cerr << error.what() << '\n';
+  std::cerr << terminalText(error.what()) << '\n';
   return 1;
 }

@@ -5,6 +5,8 @@
 #include <tolva/core/DatabaseReader.hpp>
 #include <tolva/preview/CellPreviewService.hpp>
 
+#include "TerminalText.hpp"
+
 namespace {
 
 tolva::TableSchema schemaOf(std::filesystem::path const& file, std::string const& table) {
@@ -27,7 +29,7 @@ tolva::DatabaseRow rowNamed(tolva::TableSchema const& schema, std::string const&
 
 /// A heading and what stands under it, for what there is.
 void print(std::string const& heading, std::optional<std::string> const& text) {
-  if (text) std::cout << "\n== " << heading << '\n' << *text << '\n';
+  if (text) std::cout << "\n== " << heading << '\n' << terminalText(*text) << '\n';
 }
 
 void print(tolva::CellPreview const& preview) {
@@ -64,9 +66,9 @@ int main(int count, char** arguments) try {
   print(preview);
   if (count == 6) savePicture(service, preview, arguments[5], file);
 } catch (tolva::DatabaseError const& error) {
-  std::cerr << error.errorDescription() << '\n';
+  std::cerr << terminalText(error.errorDescription()) << '\n';
   return 1;
 } catch (std::exception const& error) {  // the system's own, of files and folders
-  std::cerr << error.what() << '\n';
+  std::cerr << terminalText(error.what()) << '\n';
   return 1;
 }

@@ -5,11 +5,13 @@
 #include <tolva/core/QueryExecutor.hpp>
 #include <tolva/core/QuerySafety.hpp>
 
+#include "TerminalText.hpp"
+
 namespace {
 
 /// One line of cells, a tab between them.
 void print(std::vector<std::string> const& cells) {
-  for (std::string const& cell : cells) std::cout << (&cell == cells.data() ? "" : "\t") << cell;
+  for (std::string const& cell : cells) std::cout << (&cell == cells.data() ? "" : "\t") << terminalText(cell);
   std::cout << '\n';
 }
 
@@ -53,9 +55,9 @@ int main(int count, char** arguments) try {
   executor.open(file, /*readOnly=*/false);
   query(executor, arguments[2], file.string() + "-backups");
 } catch (tolva::DatabaseError const& error) {
-  std::cerr << error.errorDescription() << '\n';
+  std::cerr << terminalText(error.errorDescription()) << '\n';
   return 1;
 } catch (std::exception const& error) {  // the system's own, of files and folders
-  std::cerr << error.what() << '\n';
+  std::cerr << terminalText(error.what()) << '\n';
   return 1;
 }

@@ -60,8 +60,8 @@ std::string format(std::int64_t milliseconds, bool fraction) {
 }
 
 std::optional<std::string> timestamp(std::string const& text) {
-  static Expression const form(
-      R"(^\d{4}-\d{2}-\d{2}T(?:[01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9](\.\d{1,9})?(Z|[+-](?:0[0-9]|1[0-4]):[0-5][0-9])$)");
+  static Expression const form(R"(^\d{4}-\d{2}-\d{2}T(?:[01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9])"
+                               R"((\.\d{1,9})?(Z|[+-](?:0[0-9]|1[0-4]):[0-5][0-9])$)");
   if (!matches(form, text) || !isDate(text.substr(0, 10))) return {};
   std::tm parts{};
   parts.tm_year = numberAt(text, 0, 4) - 1900;

@@ -16,9 +16,9 @@ namespace tolva {
 
 /// One request to a program that answers once and ends. A value.
 ///
-/// The end of the request is the end of the pipe. A host that forks meanwhile, on another thread and without an exec, has
-/// a copy of that pipe open in its child, so that the program waits for more until its time is over: then there is no
-/// answer.
+/// The end of the request is the end of the pipe. A host that forks meanwhile, on another thread and without an exec,
+/// has a copy of that pipe open in its child, so that the program waits for more until its time is over: then there is
+/// no answer.
 struct ChildExchange {
   std::filesystem::path program;
   std::vector<std::string> arguments{};

@@ -21,8 +21,8 @@ namespace tolva {
 /// A host that ignores SIGCHLD or reaps children it does not know never learns how a program ended.
 class ChildProcess {
  public:
-  /// Starts the program; `arguments` follow its name. Throws `std::system_error` when it cannot be started, or has ended
-  /// and was reaped by somebody else before it could be watched.
+  /// Starts the program; `arguments` follow its name. Throws `std::system_error` when it cannot be started, or has
+  /// ended and was reaped by somebody else before it could be watched.
   explicit ChildProcess(std::filesystem::path const& program, std::vector<std::string> const& arguments = {});
   ~ChildProcess();  // kills it if it still runs
   ChildProcess(ChildProcess const&) = delete;
@@ -51,8 +51,8 @@ class ChildProcess {
   /// A descriptor that becomes readable when the process has ended.
   int handle() const { return handle_.get(); }
 
-  /// Ends it at once. Never strikes another process: the handle was seen to stand for a child of this one, and stands for
-  /// it even after its end.
+  /// Ends it at once. Never strikes another process: the handle was seen to stand for a child of this one, and stands
+  /// for it even after its end.
   void kill() noexcept;
 
   /// Waits for its end: the exit status, or minus the signal that ended it. None when somebody else has reaped it.

@@ -33,8 +33,8 @@ class TOLVA_EXPORT CellPreviewService {
   /// The handle of the connections that `fetch` opens, the same for the service's whole life.
   std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
 
-  /// Reads the cell anew from the file, by the row's identity, on a connection of its own; without an identity the value
-  /// of `row` is shown. Gives up reading after 3 seconds.
+  /// Reads the cell anew from the file, by the row's identity, on a connection of its own; without an identity the
+  /// value of `row` is shown. Gives up reading after 3 seconds.
   CellPreview fetch(std::filesystem::path const& database, TableSchema const& schema, DatabaseRow const& row,
                     std::string const& column, std::stop_token task);
 

@@ -11,7 +11,8 @@
 namespace tolva {
 namespace {
 
-/// The numbers that only fit without a sign are told from others by their digits alone, as they are written nearly always.
+/// The numbers that only fit without a sign are told from others by their digits alone, as they are written nearly
+/// always.
 bool isUnsigned(std::string const& literal) {
   std::uint64_t value = 0;
   auto const* const end = literal.data() + literal.size();
@@ -19,11 +20,12 @@ bool isUnsigned(std::string const& literal) {
   return error == std::errc() && rest == end;
 }
 
-/// The literal itself where it is unsigned, or where no number of the machine comes near it.
+/// The literal itself where it is unsigned, or so large or small that no number of the machine comes near it. A zero is
+/// an integer, however it is written.
 std::string numberText(JSONValue const& number) {
   if (auto const whole = number.asInteger()) return std::to_string(*whole);
   if (isUnsigned(*number.asNumber())) return *number.asNumber();
-  if (auto const real = number.asDouble()) return doubleText(*real);
+  if (auto const real = number.asDouble(); real && *real != 0) return doubleText(*real);
   return *number.asNumber();
 }
 

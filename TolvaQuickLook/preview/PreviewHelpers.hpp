@@ -21,14 +21,15 @@ class TOLVA_EXPORT PreviewHelpers {
   /// The helpers of this installation, or those of the build folder when run from there.
   PreviewHelpers();
 
-  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`; an empty path is no folder, so there are none.
+  /// The helpers `tolva-image-helper` and `tolva-pdf-helper` in `folder`; with an empty path there are none.
   explicit PreviewHelpers(std::filesystem::path const& folder);
 
   /// The picture as a PNG of at most 1024 pixels a side, upright. None for what is no picture of a known format, or is
   /// over 16 MiB, 16,384 pixels a side or 40,000,000 in all. Throws `TaskCancelled`.
   std::optional<Bytes> thumbnail(Bytes const& picture, std::stop_token task) const;
 
-  /// None for what is over 256 KiB, cannot be opened as a document, or has a first page that cannot be drawn. Throws `TaskCancelled`.
+  /// None for what is over 256 KiB, cannot be opened as a document, or has a first page that cannot be drawn. Throws
+  /// `TaskCancelled`.
   std::optional<PDFFirstPage> firstPage(Bytes const& document, std::stop_token task) const;
 
  private:

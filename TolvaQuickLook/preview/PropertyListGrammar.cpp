@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <system_error>
 #include <utility>
@@ -36,6 +37,14 @@ bool isInteger(std::string_view text) {
   auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), size, hexadecimal ? 16 : 10);
   if (error != std::errc() || end != text.data() + text.size()) return false;
   return !negative || size <= std::uint64_t{1} << 63;
+}
+
+/// Any number, but none so large or small that it would be shown as an infinity or a zero that it is not.
+bool isReal(std::string_view text) {
+  auto const value = doubleFromText(text);
+  if (!value) return false;
+  if (std::isinf(*value)) return text.find_first_of("0123456789") == text.npos;
+  return *value != 0 || text.substr(0, text.find_first_of("eE")).find_first_of("123456789") == text.npos;
 }
 
 /// A moment in the form "2024-02-29T12:00:00Z" that exists.
@@ -91,7 +100,7 @@ bool PropertyListGrammar::isComplete(Element const& element) {
   if (name == "dict") return element.children % 2 == 0 && text.empty();
   if (name == "array" || name == "true" || name == "false") return text.empty();
   if (name == "integer") return isInteger(text);
-  if (name == "real") return doubleFromText(text).has_value();
+  if (name == "real") return isReal(text);
   if (name == "date") return isDate(element.text);
   if (name == "data") return isData(element.text);
   return name == "string" || name == "key";

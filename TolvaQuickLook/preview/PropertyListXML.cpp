@@ -49,6 +49,16 @@ std::string withYearsOfFourDigits(std::string_view xml) {
   return result += xml;
 }
 
+/// The library writes a carriage return as it is, which every reader of XML takes for a line feed.
+std::string withReturnsAsReferences(std::string_view xml) {
+  std::string result;
+  for (auto at = xml.find('\r'); at != xml.npos; at = xml.find('\r')) {
+    result.append(xml.substr(0, at)).append("&#13;");
+    xml.remove_prefix(at + 1);
+  }
+  return result += xml;
+}
+
 }  // namespace
 
 std::optional<std::string> propertyListXML(std::string_view checked) {
@@ -60,7 +70,7 @@ std::optional<std::string> propertyListXML(std::string_view checked) {
   plist_to_xml(list.get(), &written, &size);
   Text const text(written);
   if (!text || size > mostBytes || !isValidUTF8({text.get(), size})) return {};
-  auto xml = withYearsOfFourDigits({text.get(), size});
+  auto xml = withReturnsAsReferences(withYearsOfFourDigits({text.get(), size}));
   if (xml.size() > mostBytes) return {};
   return xml;
 }

@@ -189,7 +189,7 @@ class Walk {
     return true;
   }
 
-  /// Every unit of data or text is at least a byte of the list written as XML: whatever has none there does not fit XML.
+  /// Every unit of data or text is at least a byte of the list written as XML: what has none there does not fit XML.
   bool charge(std::int64_t units) { return (text_ += units) <= mostText; }
 
   /// What does not fit XML is no danger: the walk goes on.

@@ -69,7 +69,9 @@ void appendText(std::string& xml, std::string_view text) {
 
 }  // namespace
 
-/// What expat calls. It may call a few times more after it was told to stop.
+/// What expat calls. It may call a few times more after it was told to stop. What these allocate is bounded, by a
+/// document of 64 KiB and the limits above, and nothing may be thrown through expat: without memory for that much the
+/// program ends.
 struct XMLOutline::Events {
   static void start(void* outline, XML_Char const* name, XML_Char const** names) noexcept {
     auto& self = *static_cast<XMLOutline*>(outline);

@@ -39,8 +39,8 @@ class XMLOutline {
   /// Whether the document is an XML property list to the letter.
   bool isPropertyList() const { return claimsPropertyList() && grammar_.isSound(); }
 
-  /// A property list once more as nothing but bare tags and text, for a reader that attributes, comments and instructions
-  /// easily mislead about where an element begins.
+  /// A property list once more as nothing but bare tags and text, for a reader that attributes, comments and
+  /// instructions easily mislead about where an element begins.
   std::string const& plain() const { return plain_; }
 
  private:

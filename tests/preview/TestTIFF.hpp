@@ -10,7 +10,8 @@
 
 namespace tolva {
 
-/// One page of grey, whose upper and lower half may differ.
+/// One page of grey, whose upper and lower half may differ. A pixel's samples are its grey, once or as three colours,
+/// and zeros behind it.
 struct TIFFPage {
   unsigned width = 0;
   unsigned height = 0;
@@ -18,6 +19,8 @@ struct TIFFPage {
   std::uint8_t below = 0;
   unsigned orientation = 1;
   bool floating = false;  // samples of 32 bits
+  bool colours = false;
+  unsigned zeros = 0;
 };
 
 /// The pages as a TIFF file, not compressed.
@@ -28,22 +31,26 @@ inline Bytes tiffOf(std::span<TIFFPage const> pages) {
   };
   for (TIFFPage const& page : pages) {
     std::uint32_t const sample = page.floating ? 4 : 1;
-    std::uint32_t const size = page.width * page.height * sample;
+    std::uint32_t const greys = page.colours ? 3 : 1;
+    std::uint32_t const samples = greys + page.zeros;
+    std::uint32_t const size = page.width * page.height * samples * sample;
     auto const strip = static_cast<std::uint32_t>(file.size() + 4);
     put(strip + size, 4);  // where the directory is, behind the pixels
     for (unsigned row = 0; row < page.height; ++row) {
       std::uint8_t const grey = row < page.height / 2 ? page.above : page.below;
       std::uint32_t const value = page.floating ? std::bit_cast<std::uint32_t>(static_cast<float>(grey)) : grey;
-      for (unsigned column = 0; column < page.width; ++column) put(value, static_cast<int>(sample));
+      for (unsigned at = 0; at < page.width * samples; ++at) {
+        put(at % samples < greys ? value : 0, static_cast<int>(sample));
+      }
     }
     std::uint32_t const entries[][2] = {{256, page.width},
                                         {257, page.height},
                                         {258, 8 * sample},
                                         {259, 1},
-                                        {262, 1},
+                                        {262, page.colours ? 2u : 1u},
                                         {273, strip},
                                         {274, page.orientation},
-                                        {277, 1},
+                                        {277, samples},
                                         {278, page.height},
                                         {279, size},
                                         {339, page.floating ? 3u : 1u}};

@@ -20,8 +20,8 @@ namespace {
 
 // Where the page lies -----------------------------------------------------------------------------
 //
-// The drawing shows the media box. poppler draws the crop box, turned as the page says, so that is laid where it belongs on
-// a white canvas of the media box's size; a turned page is made small enough to fit there.
+// The drawing shows the media box. poppler draws the crop box, turned as the page says, so that is laid where it
+// belongs on a white canvas of the media box's size; a turned page is made small enough to fit there.
 
 struct Placement {
   double scale = 0;  // pixels a point
@@ -127,7 +127,6 @@ std::optional<PDFFirstPage> DocumentDecoder::firstPage(std::span<std::uint8_t co
   if (facts.pageCount == 0) return facts;
   std::unique_ptr<poppler::page> const page(document->create_page(0));
   if (!page) return {};
-  // Of a box that is missing, empty or no box at all poppler tells nothing: it takes 612 x 792 points for it.
   poppler::rectf const media = page->page_rect(poppler::media_box);
   facts.width = media.width();
   facts.height = media.height();

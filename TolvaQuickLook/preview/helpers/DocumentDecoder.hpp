@@ -13,7 +13,8 @@ namespace tolva {
 struct DocumentDecoder {
   DocumentDecoder() = delete;
 
-  /// None for what is no document, and for one whose first page cannot be read or drawn.
+  /// None for what is no document, and for one whose first page cannot be read or drawn. A media box that is missing,
+  /// is four zeros or is not four numbers cannot be told from one of 612 x 792 points, which poppler takes for it.
   static std::optional<PDFFirstPage> firstPage(std::span<std::uint8_t const> document);
 };
 

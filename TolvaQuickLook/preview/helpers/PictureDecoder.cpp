@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "preview/helpers/PictureFormat.hpp"
 #include "preview/helpers/PreviewLimits.hpp"
@@ -27,12 +28,13 @@ Image opened(std::span<std::uint8_t const> picture) {
 
 constexpr int side = PreviewLimits::thumbnailSide;
 
-/// A JPEG picture can be decoded at a half, a quarter or an eighth of its size, for that much less work. libvips by itself
-/// leaves more to be shrunk than the eye can tell.
+/// A JPEG picture can be decoded at a half, a quarter or an eighth of its size, for that much less work. libvips by
+/// itself leaves more to be shrunk than the eye can tell. It drops what is left of a side that the factor does not
+/// divide, which is less than a pixel of the thumbnail, and ends the process where nothing else is left.
 int factorAtDecoding(VipsImage* header) {
-  int const longer = std::max(vips_image_get_width(header), vips_image_get_height(header));
+  auto const [shorter, longer] = std::minmax({vips_image_get_width(header), vips_image_get_height(header)});
   int factor = 1;
-  while (factor < 8 && longer >= 2 * factor * side) factor *= 2;
+  while (factor < 8 && longer >= 2 * factor * side && shorter >= 2 * factor) factor *= 2;
   return factor;
 }
 
@@ -41,6 +43,28 @@ Image decodedJPEG(void* bytes, std::size_t size, int factor) {
   bool const made = vips_jpegload_buffer(bytes, size, &decoded, "shrink", factor, "access", VIPS_ACCESS_SEQUENTIAL,
                                          "fail_on", VIPS_FAIL_ON_ERROR, nullptr) == 0;
   return Image(made ? decoded : nullptr);
+}
+
+int coloursOf(VipsImage* picture) {
+  switch (vips_image_get_interpretation(picture)) {
+    case VIPS_INTERPRETATION_B_W:
+    case VIPS_INTERPRETATION_GREY16:
+      return 1;
+    case VIPS_INTERPRETATION_CMYK:
+      return 4;
+    default:
+      return 3;
+  }
+}
+
+/// A TIFF may have any number of samples behind its colours. A single one is transparency; of several libvips would
+/// take one for that, whatever they are, and does not tell.
+Image withoutStrangeSamples(Image picture) {
+  int const colours = coloursOf(picture.get());
+  if (vips_image_get_bands(picture.get()) <= colours + 1) return picture;
+  VipsImage* coloured = nullptr;
+  bool const made = vips_extract_band(picture.get(), &coloured, 0, "n", colours, nullptr) == 0;
+  return Image(made ? coloured : nullptr);
 }
 
 Image shrunk(Image const& picture) {
@@ -59,7 +83,7 @@ Image shrunkAtDecoding(void* bytes, std::size_t size) {
   return Image(made ? small : nullptr);
 }
 
-Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image const& picture) {
+Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image picture) {
   void* const start = const_cast<std::uint8_t*>(bytes.data());  // libvips only reads them
   switch (format) {
     case PictureFormat::jpeg:
@@ -67,7 +91,7 @@ Image shrunk(std::span<std::uint8_t const> bytes, PictureFormat format, Image co
     case PictureFormat::webp:
       return shrunkAtDecoding(start, bytes.size());
     default:
-      return shrunk(picture);
+      return shrunk(withoutStrangeSamples(std::move(picture)));
   }
 }
 
@@ -80,6 +104,9 @@ Image eightBits(Image image) {
   if (vips_colourspace(image.get(), &converted, space, nullptr) != 0) return {};
   return Image(converted);
 }
+
+/// With several threads libvips finishes now and then a picture of which one of them could not decode a part.
+bool couldNotDecodeAll() { return *vips_error_buffer() != '\0'; }
 
 }  // namespace
 
@@ -103,16 +130,18 @@ bool PictureDecoder::prepare(bool heif) {
 std::optional<Bytes> PictureDecoder::thumbnail(std::span<std::uint8_t const> picture) {
   auto const format = pictureFormat(picture);
   if (!format) return {};
-  Image const whole = opened(picture);
+  Image whole = opened(picture);
   if (!whole || !PreviewLimits::decodes(vips_image_get_width(whole.get()), vips_image_get_height(whole.get()))) {
     return {};
   }
-  Image small = shrunk(picture, *format, whole);
+  vips_error_clear();
+  Image small = shrunk(picture, *format, std::move(whole));
   if (small) small = eightBits(std::move(small));
   void* png = nullptr;
   std::size_t size = 0;
   if (!small || vips_pngsave_buffer(small.get(), &png, &size, "strip", TRUE, nullptr) != 0) return {};
   std::unique_ptr<void, void (*)(void*)> const owned(png, g_free);
+  if (couldNotDecodeAll()) return {};
   auto const* const bytes = static_cast<std::uint8_t const*>(png);
   return Bytes(bytes, bytes + size);
 }

@@ -13,8 +13,8 @@ namespace tolva {
 struct PictureDecoder {
   PictureDecoder() = delete;
 
-  /// Loads all code that decoding takes: none is loaded later. Once in a process, before anything else here; `heif` is for
-  /// pictures of `PictureFormat::heif`, which take a plugin. False when the library does not come up.
+  /// Loads all code that decoding takes: none is loaded later. Once in a process, before anything else here; `heif` is
+  /// for pictures of `PictureFormat::heif`, which take a plugin. False when the library does not come up.
   static bool prepare(bool heif);
 
   /// The first picture in the bytes, upright and at most 1024 pixels a side, as a PNG. None for what is of no format of
