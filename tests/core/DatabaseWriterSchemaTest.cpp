@@ -107,6 +107,32 @@ TEST(DatabaseWriterSchema, CutsADefaultThatGoesOnWithAnotherStatement) {
   EXPECT_EQ(scene.database.rows("SELECT a, b, c FROM t"), "1|2|1");
 }
 
+/// SQLite would take its name for a string, and in a unique index on that there is room for one row alone.
+TEST(DatabaseWriterSchema, MakesNoIndexOnAColumnThatIsNotThere) {
+  for (bool const unique : {false, true}) {
+    SCOPED_TRACE(unique);
+    Scene scene;
+    ASSERT_EQ(SQLitePeer(scene.database.path()).exec("ALTER TABLE t DROP COLUMN b"), "ok");
+    std::string const before = scene.schema();
+    std::string const sql = std::string("CREATE ") + (unique ? "UNIQUE " : "") + R"(INDEX "j" ON "t" ("b"))";
+    EXPECT_EQ(failureOf([&] {
+                scene.modify(SchemaChange::CreateIndex{"j", "t", "b", unique});
+              }),
+              DatabaseError("no such column: b [" + sql + "]", 1));
+    EXPECT_EQ(scene.schema(), before);
+    EXPECT_EQ(scene.backupCount(), 1);
+  }
+}
+
+/// What a person types reaches SQLite as it stands.
+TEST(DatabaseWriterSchema, LetsATypeHoldAStringInDoubleQuotes) {
+  Scene scene;
+  failureOf([&] { scene.modify(SchemaChange::CreateIndex{"j", "t", "absent"}); });
+  scene.modify(SchemaChange::CreateTable{"u", {{.name = "x", .type = R"(TEXT CHECK (x <> "no"))"}}});
+  scene.modify(SchemaChange::RenameTable{"u", "w"});
+  EXPECT_EQ(scene.database.rows("INSERT INTO w VALUES ('yes'); SELECT x FROM w"), "yes");
+}
+
 /// SQLite would read as far as the NUL and take that for the whole.
 TEST(DatabaseWriterSchema, RefusesANULBeforeItMakesABackup) {
   std::string const nul("INT\0x", 5);
