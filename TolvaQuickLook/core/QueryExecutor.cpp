@@ -195,6 +195,7 @@ bool QueryExecutor::holdsOldSnapshot() const {
 /// Runs the statements before the result's, which is kept before its first step. False if there is none.
 bool QueryExecutor::runToResult(QueryScript& script, std::stop_token const& task) {
   while (std::optional<SQLiteStatement> statement = script.next(connection_)) {
+    checkCancellation(task);
     std::int32_t const before = sqlite3_total_changes(connection_->handle());
     if (connection_->readOnly() && !reads(*statement))
       throw DatabaseError("This object is read-only.", SQLITE_READONLY);

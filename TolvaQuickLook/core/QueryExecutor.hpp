@@ -31,8 +31,8 @@ class SQLiteStatement;
 /// Runs SQL that a person typed, on a connection of its own, and shows a result of any length page by page.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
-/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows.
-/// SQLite's failures pass through as `DatabaseError`.
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows
+/// and between statements. SQLite's failures pass through as `DatabaseError`.
 ///
 /// A statement that reads is stepped no further than the pages that were asked for, and until its end it keeps a read
 /// transaction open, which can hold back a checkpoint; `close` ends it. A script may not ATTACH or DETACH, nor VACUUM,

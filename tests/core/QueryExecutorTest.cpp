@@ -592,6 +592,26 @@ TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
   EXPECT_FALSE(scene.page(500).finished);
 }
 
+/// A statement without rows that stops its task runs to its end all the same.
+TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenStatements) {
+  Extension const extension(installStopTask);
+  std::string const stopped = "INSERT INTO t VALUES (4); INSERT INTO t SELECT 5 WHERE stop_task(700) IS NULL; ";
+  for (char const* const rest : {"DELETE FROM t; DELETE FROM t", "DELETE FROM t RETURNING a", "SELECT a FROM t"}) {
+    SCOPED_TRACE(rest);
+    Scene scene;
+    stoppedBySQL = {};
+    EXPECT_THROW(scene.executor.start(stopped + rest, {}, stoppedBySQL.get_token()), TaskCancelled);
+    QueryPage const page = scene.page(0);
+    EXPECT_EQ(page.columns, Names{});
+    EXPECT_TRUE(page.rows.empty());
+    EXPECT_EQ(page.affected, 2);
+    EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1\n2\n3\n4\n5");
+  }
+  Scene scene;
+  stoppedBySQL = {};
+  EXPECT_EQ(scene.executor.start(stopped, {}, stoppedBySQL.get_token()).affected, 2) << "nothing was left to stop";
+}
+
 struct StoppedCase {
   char const* says;
   char const* before;  // a script that runs before
