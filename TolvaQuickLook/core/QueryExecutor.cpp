@@ -215,11 +215,11 @@ void QueryExecutor::runToEnd(SQLiteStatement& statement, std::int32_t changesBef
   noteChangesSince(changesBefore);
 } catch (...) {
   abandon(statement);
-  noteChangesSince(changesBefore);
   throw;
 }
 
-/// SQLite's count has 32 bits and wraps.
+/// To be called once a statement has ended, and of no other: SQLite counts what triggers change at once and does not
+/// take that back with the statement. Its count has 32 bits and wraps.
 void QueryExecutor::noteChangesSince(std::int32_t before) {
   auto const now = static_cast<std::uint32_t>(sqlite3_total_changes(connection_->handle()));
   affected_ += static_cast<std::int32_t>(now - static_cast<std::uint32_t>(before));
@@ -255,19 +255,20 @@ QueryPage QueryExecutor::emptyPage() const {
 void QueryExecutor::fetchUpTo(std::int64_t target, std::stop_token const& task) {
   if (!statement_) return;
   HeapLimits const kept;
-  auto const copy = [&result = *statement_, first = fetched_, target, &task](QuerySpool::Writer& spool) {
-    return copyRows(result, spool, {first, target}, task);
+  Copied copied{.fetched = fetched_, .ended = false};
+  auto const copy = [&copied, &result = *statement_, target, &task](QuerySpool::Writer& spool) {
+    copied = copyRows(result, spool, {copied.fetched, target}, task);
   };
   try {
-    auto const [fetched, ended] = spool_->fill(copy, task);
-    fetched_ = fetched;
-    done_ = ended;
+    spool_->fill(copy, task);
   } catch (...) {
     abandon(*statement_);
-    noteChangesSince(changesBefore_);
+    if (copied.ended) noteChangesSince(changesBefore_);
     statement_.reset();
     throw;
   }
+  fetched_ = copied.fetched;
+  done_ = copied.ended;
   if (!done_) return;
   noteChangesSince(changesBefore_);
   statement_.reset();

@@ -70,7 +70,7 @@ class TOLVA_EXPORT QueryExecutor {
   ///
   /// A statement that writes and is stopped between two rows, by `task` or because its rows cannot be kept, changes
   /// nothing; in a transaction of the script its changes stay in that. When the failure comes after its last row, its
-  /// changes stand: `affected` of the later pages counts them. So it does whatever stands.
+  /// changes stand. `affected` of the later pages counts the statements that came to their end, and no other.
   ///
   /// A cancelled `task` throws `TaskCancelled`, a statement that `cancellation` stopped `DatabaseError` with code 9,
   /// and so does a `task` that is cancelled during the backup; a cancel through `cancellation` does not stop the
