@@ -106,6 +106,10 @@ Copied copyRows(SQLiteStatement& result, QuerySpool::Writer& spool, RowSelection
   return {position, false};
 }
 
+std::int64_t endOfPage(std::int64_t offset) {
+  return std::min(offset, std::numeric_limits<std::int64_t>::max() - QueryExecutor::pageRows) + QueryExecutor::pageRows;
+}
+
 [[noreturn]] void failAsGone() { throw DatabaseError("Query result is no longer available."); }
 
 /// The value of a cell for which no head was captured; a deferred one cannot be shown.
@@ -235,7 +239,7 @@ QueryPage QueryExecutor::page(std::int64_t offset, std::stop_token task) {
 QueryPage QueryExecutor::pageAt(std::int64_t offset, std::stop_token const& task) {
   checkCancellation(task);
   if (!spool_) return emptyPage();
-  std::int64_t const end = std::min(offset, std::numeric_limits<std::int64_t>::max() - pageRows) + pageRows;
+  std::int64_t const end = endOfPage(offset);
   fetchUpTo(end, task);
   std::vector<Row> rows = spool_->rows(offset, end);
   bool const finished = done_ && offset + std::ssize(rows) >= fetched_;
@@ -295,19 +299,25 @@ std::vector<Row> QueryExecutor::selectedRows(RowSelection const& positions, std:
   std::int64_t bytes = 0;
   for (RowSelection::Range const& range : positions.ranges()) {
     for (std::int64_t cursor = range.first; cursor < range.end;) {
-      std::vector<Row> rows = pageAt(cursor, task).rows;
-      std::int64_t const taken = std::min<std::int64_t>(std::ssize(rows), range.end - cursor);
-      if (taken == 0) throw DatabaseError("The selected query rows are no longer available. Run the query again.");
-      rows.resize(static_cast<std::size_t>(taken));
+      std::vector<Row> rows = rowsBetween(cursor, range.end, task);
+      if (rows.empty()) throw DatabaseError("The selected query rows are no longer available. Run the query again.");
+      cursor += std::ssize(rows);
       for (Row& row : rows) {
         for (SQLiteValue const& value : row) bytes += value.memorySize();
         copiedBytes.check(bytes);
         selected.push_back(std::move(row));
       }
-      cursor += taken;
     }
   }
   return selected;
+}
+
+/// Those of the page at `first` that lie before `end`: most rows of a page may be none of the selection's.
+std::vector<Row> QueryExecutor::rowsBetween(std::int64_t first, std::int64_t end, std::stop_token const& task) {
+  checkCancellation(task);
+  if (!spool_) return {};
+  fetchUpTo(endOfPage(first), task);
+  return spool_->rows(first, std::min(end, endOfPage(first)));
 }
 
 }  // namespace tolva

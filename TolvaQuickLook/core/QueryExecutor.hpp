@@ -108,6 +108,8 @@ class TOLVA_EXPORT QueryExecutor {
   void noteChangesSince(std::int32_t before) REQUIRES(turns_);
   QueryPage pageAt(std::int64_t offset, std::stop_token const& task) REQUIRES(turns_);
   QueryPage emptyPage() const REQUIRES(turns_);
+  std::vector<std::vector<SQLiteValue>> rowsBetween(std::int64_t first, std::int64_t end, std::stop_token const& task)
+      REQUIRES(turns_);
   void fetchUpTo(std::int64_t target, std::stop_token const& task) REQUIRES(turns_);
 
   TurnQueue turns_;

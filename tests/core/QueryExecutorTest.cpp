@@ -823,6 +823,30 @@ TEST(QueryExecutor, CopiesTheRowsOfASelection) {
             DatabaseError("Select at most 10,000 query rows to copy.", 1));
 }
 
+std::int64_t rowsRead;  // of all statements of the connections that the tests watch
+
+int installRowsRead(sqlite3* db, char const**, sqlite3_api_routines const*) {
+  return sqlite3_trace_v2(
+      db, SQLITE_TRACE_ROW,
+      [](unsigned, void*, void*, void*) {
+        ++rowsRead;
+        return 0;
+      },
+      nullptr);
+}
+
+TEST(QueryExecutor, ReadsOnlyTheRowsThatItCopies) {
+  Scene scene;
+  Extension const extension(installRowsRead);  // in the spool's connection alone
+  scene.start(numbers(4'000) + "SELECT i FROM n");
+  ASSERT_TRUE(scene.page(4'000).finished);
+  RowSelection alternate;
+  for (std::int64_t position = 0; position < 4'000; position += 2) alternate.insert(position);
+  rowsRead = 0;
+  EXPECT_EQ(scene.executor.selectedRows(alternate, noTask).size(), 2'000U);
+  EXPECT_EQ(rowsRead, 2'000);
+}
+
 TEST(QueryExecutor, CopiesNoRowsThatAreNotThere) {
   Scene scene;
   DatabaseError const gone("The selected query rows are no longer available. Run the query again.", 1);
