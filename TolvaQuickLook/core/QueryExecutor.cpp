@@ -295,6 +295,7 @@ CellPreview QueryExecutor::preview(std::int64_t row, std::int64_t column, std::s
 std::vector<Row> QueryExecutor::selectedRows(RowSelection const& positions, std::stop_token task) {
   Turn const turn(turns_);
   copiedRows.check(positions.count());
+  checkCancellation(task);
   std::vector<Row> selected;
   std::int64_t bytes = 0;
   for (RowSelection::Range const& range : positions.ranges()) {

@@ -588,6 +588,7 @@ TEST(QueryExecutor, NoticesACancelledTask) {
   EXPECT_THROW(scene.executor.page(0, cancelledTask()), TaskCancelled);
   EXPECT_THROW(scene.executor.preview(0, 0, cancelledTask()), TaskCancelled);
   EXPECT_THROW(scene.executor.selectedRows({{0, 1}}, cancelledTask()), TaskCancelled);
+  EXPECT_THROW(scene.executor.selectedRows({}, cancelledTask()), TaskCancelled);
   EXPECT_EQ(rowsOf(scene.page(0)), "1\n2\n3");
 }
 
