@@ -63,6 +63,14 @@ bool hasLostItsName(SQLiteConnection const& connection) {
   return moved != 0;
 }
 
+/// Whether a script has locked the file for itself (https://sqlite.org/pragma.html#pragma_locking_mode), so that nobody
+/// else can have written since, nor can read. The mode itself does not tell: the lock comes later.
+bool keepsOthersOut(SQLiteConnection const& connection) {
+  int lock = SQLITE_LOCK_NONE;
+  sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_LOCKSTATE, &lock);
+  return lock == SQLITE_LOCK_EXCLUSIVE;
+}
+
 /// Another connection to the same file, which reads it as it is now.
 std::shared_ptr<SQLiteConnection> anotherOn(SQLiteConnection const& connection) {
   return SQLiteConnection::open(sqlite3_db_filename(connection.handle(), "main"), {.readOnly = true});
@@ -193,7 +201,8 @@ void QueryExecutor::backUpBefore(std::string_view sql, std::optional<std::filesy
 /// Whether a result that still stands between two rows keeps the connection at what the database was when it began,
 /// while the script would see what others have written since. Inside a transaction the script sees no more either.
 bool QueryExecutor::holdsOldSnapshot() const {
-  return statement_ && sqlite3_get_autocommit(connection_->handle()) && !hasLostItsName(*connection_);
+  return statement_ && sqlite3_get_autocommit(connection_->handle()) && !hasLostItsName(*connection_) &&
+         !keepsOthersOut(*connection_);
 }
 
 /// Runs the statements before the result's, which is kept before its first step. False if there is none.

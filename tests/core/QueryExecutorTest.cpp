@@ -399,6 +399,36 @@ TEST(QueryExecutor, BacksUpWhatOthersWroteSinceTheLastPage) {
             "2001|precious");
 }
 
+struct ExclusiveCase {
+  char const* mode;
+  char const* sql;  // before a result that stands
+};
+
+ExclusiveCase const exclusiveCases[] = {
+    {"DELETE", "PRAGMA locking_mode = EXCLUSIVE"},
+    {"DELETE", "PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+    {"WAL", "PRAGMA locking_mode = EXCLUSIVE"},
+    {"WAL", "PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+    {"WAL", "INSERT INTO t VALUES (0); PRAGMA locking_mode = EXCLUSIVE"},
+    {"WAL", "SELECT * FROM t; PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+};
+
+/// A peer may write or not.
+TEST(QueryExecutor, BacksUpADatabaseThatItsScriptHasLocked) {
+  for (ExclusiveCase const& one : exclusiveCases) {
+    SCOPED_TRACE(std::string(one.mode) + " " + one.sql);
+    Scene scene("PRAGMA journal_mode = " + std::string(one.mode) + "; CREATE TABLE t(a);" + numbers(2'000) +
+                "INSERT INTO t SELECT i FROM n");
+    scene.start(one.sql);
+    ASSERT_FALSE(scene.start("SELECT a FROM t").finished);
+    SQLitePeer(scene.database.path()).exec("INSERT INTO t VALUES (-1)");
+    std::string const content = "SELECT count(*) || ' ' || min(a) FROM t";
+    scene.startWithBackups(content + " -- before DROP");
+    ASSERT_EQ(scene.backupCount(), 1);
+    EXPECT_EQ(rowsAsText(std::filesystem::directory_iterator(scene.backups)->path(), content), rowsOf(scene.page(0)));
+  }
+}
+
 TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
   Scene scene;
   scene.start("BEGIN; INSERT INTO t VALUES (4)");
