@@ -442,6 +442,15 @@ TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
   EXPECT_EQ(scene.backupCount(), 1);
 }
 
+TEST(QueryExecutor, BacksUpAfterACancelBetweenTwoPages) {
+  Scene scene;
+  scene.start("BEGIN");
+  ASSERT_FALSE(scene.start(numbers(2'000) + "SELECT i FROM n, (SELECT a FROM t LIMIT 1)").finished);
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(rowsOf(scene.startWithBackups("SELECT 'no DROP'")), "no DROP");
+  EXPECT_EQ(scene.backupCount(), 1);
+}
+
 TEST(QueryExecutor, MakesNoBackupOnAReadOnlyConnection) {
   Scene scene("CREATE TABLE t(a)", Access::readOnly);
   EXPECT_EQ(failureOf([&] { scene.startWithBackups("DROP TABLE t"); }), readOnly);
