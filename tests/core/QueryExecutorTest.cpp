@@ -7,6 +7,7 @@
 #include <cmath>
 #include <thread>
 
+#include "core/DatabaseWriter.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
@@ -275,6 +276,25 @@ TEST(QueryExecutor, EndsTheReadTransactionWithTheResult) {
   EXPECT_EQ(peer.rows("PRAGMA wal_checkpoint(TRUNCATE)").substr(0, 2), "1|");
   scene.executor.close();
   EXPECT_EQ(peer.rows("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
+}
+
+TEST(QueryExecutor, LocksWritersOfARollbackJournalOutUntilTheEndOfTheResult) {
+  Scene scene("CREATE TABLE t(a);" + numbers(2'000) + "INSERT INTO t SELECT i FROM n");
+  SQLitePeer peer(scene.database.path());
+  DatabaseWriter writer;
+  writer.open(scene.database.path());
+  auto const rename = [&](char const* from, char const* to) {
+    writer.modifySchema(SchemaChange(SchemaChange::RenameColumn{"t", from, to}), scene.backups, noTask);
+  };
+  ASSERT_FALSE(scene.start("SELECT a FROM t").finished);
+  EXPECT_EQ(peer.exec("INSERT INTO t VALUES (0)"), "error 5 database is locked");
+  EXPECT_EQ(failureOf([&] { rename("a", "b"); }), DatabaseError("database is locked [COMMIT]", 5));
+  for (std::int64_t const offset : {500, 1'000, 1'500, 2'000}) scene.page(offset);
+  EXPECT_EQ(peer.exec("INSERT INTO t VALUES (0)"), "ok");
+  scene.start("SELECT a FROM t");
+  scene.executor.close();
+  rename("a", "b");
+  EXPECT_EQ(scene.database.rows("SELECT count(b) FROM t"), "2001");
 }
 
 // What a script may not do -----------------------------------------------------------------------------
@@ -783,6 +803,24 @@ TEST(QueryExecutor, IsInterruptedByItsCancellation) {
   canceller.join();
   EXPECT_TRUE(failure.isCancellation());
   EXPECT_EQ(failure.errorDescription(), "Cancelled");
+  EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
+}
+
+/// Between two pages the statement is still running.
+TEST(QueryExecutor, TakesACancelBetweenTwoPagesForTheRestOfTheResult) {
+  Scene scene;
+  ASSERT_FALSE(scene.start(numbers(2'000) + "SELECT i FROM n").finished);
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(scene.page(0).rows.size(), 500U) << "needs no more rows";
+  EXPECT_EQ(failureOf([&] { scene.page(500); }), DatabaseError("interrupted", 9));
+  EXPECT_EQ(scene.page(0).rows.size(), 500U);
+  EXPECT_TRUE(scene.page(500).rows.empty());
+  EXPECT_FALSE(scene.page(500).finished);
+  scene.start(numbers(2'000) + "SELECT i FROM n");
+  scene.executor.cancellation()->cancel();
+  EXPECT_TRUE(scene.start(numbers(499) + "SELECT i FROM n").finished) << "another script is not what was cancelled";
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(scene.page(0).rows.size(), 499U) << "nothing was running";
   EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
 }
 
