@@ -100,6 +100,17 @@ TEST(DatabaseWriterSchema, KeepsTheBackupOfAChangeThatFails) {
   }
 }
 
+TEST(DatabaseWriterSchema, DropsATableWithTheRowsThatHangOnIt) {
+  Scene scene(
+      "CREATE TABLE p(id INTEGER PRIMARY KEY); CREATE TABLE gone(id REFERENCES p ON DELETE CASCADE); "
+      "CREATE TABLE freed(id REFERENCES p ON DELETE SET NULL); "
+      "INSERT INTO p VALUES (1); INSERT INTO gone VALUES (1); INSERT INTO freed VALUES (1);");
+  std::string const content = "SELECT count(*), 'gone' FROM gone; SELECT count(id), 'freed' FROM freed";
+  std::filesystem::path const backup = scene.modify(SchemaChange::DropTable{"p"});
+  EXPECT_EQ(scene.database.rows(content), "0|gone\n0|freed");
+  EXPECT_EQ(rowsAsText(backup, content), "1|gone\n1|freed");
+}
+
 /// Only the first statement of the text runs.
 TEST(DatabaseWriterSchema, CutsADefaultThatGoesOnWithAnotherStatement) {
   Scene scene;
