@@ -22,6 +22,7 @@
 #include "core/SQLiteStatement.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/FileNode.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/UUID.hpp"
 
 namespace tolva {
@@ -181,6 +182,7 @@ void prune(std::filesystem::path const& directory, std::filesystem::path const& 
 
 std::filesystem::path makeBackup(SQLiteConnection& connection, std::filesystem::path const& directory,
                                  std::stop_token task) {
+  if (holdsNUL(directory)) failToOpen();  // the folder would be made under a name that ends there
   std::filesystem::create_directories(directory);
   std::filesystem::path const path = std::filesystem::absolute(directory) / newName();
   writeCopy(connection, path, task);

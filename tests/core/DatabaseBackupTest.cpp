@@ -313,6 +313,15 @@ TEST(DatabaseBackup, FailsInsideATransactionThatWrites) {
   EXPECT_EQ(scene.names(), Names{});
 }
 
+/// The system would end the name at the NUL and make another folder.
+TEST(DatabaseBackup, MakesNoFolderOfANameWithANUL) {
+  Scene scene;
+  std::filesystem::path const folder = scene.folder / std::string("cut\0off", 7);
+  EXPECT_EQ(failureOf([&] { makeBackup(*scene.connection, folder, noTask); }),
+            DatabaseError("unable to open database file", SQLITE_CANTOPEN));
+  EXPECT_FALSE(std::filesystem::exists(scene.folder / "cut"));
+}
+
 TEST(DatabaseBackup, SaysInTheSystemsWordsThatTheFolderCannotBeMade) {
   Scene scene;
   scene.folder.write("backups", "a file");
