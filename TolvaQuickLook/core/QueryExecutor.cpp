@@ -186,8 +186,7 @@ QueryPage QueryExecutor::start(std::string_view sql, std::optional<std::filesyst
     done_ = true;
     return emptyPage();
   }
-  spool_ = std::make_unique<QuerySpool>();
-  return pageAt(0, task);
+  return firstPage(task);
 }
 
 /// Comments and texts count: a backup too many does no harm.
@@ -243,6 +242,15 @@ void QueryExecutor::noteChangesSince(std::int32_t before) {
 QueryPage QueryExecutor::page(std::int64_t offset, std::stop_token task) {
   Turn const turn(turns_);
   return pageAt(offset, task);
+}
+
+/// A run that ends before its statement began must not leave that to a later page, which would still make its changes.
+QueryPage QueryExecutor::firstPage(std::stop_token const& task) try {
+  spool_ = std::make_unique<QuerySpool>();
+  return pageAt(0, task);
+} catch (...) {
+  statement_.reset();
+  throw;
 }
 
 QueryPage QueryExecutor::pageAt(std::int64_t offset, std::stop_token const& task) {

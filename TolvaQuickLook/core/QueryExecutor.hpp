@@ -108,6 +108,7 @@ class TOLVA_EXPORT QueryExecutor {
   bool runToResult(QueryScript& script, std::stop_token const& task) REQUIRES(turns_);
   void runToEnd(SQLiteStatement& statement, std::int32_t changesBefore, std::stop_token const& task) REQUIRES(turns_);
   void noteChangesSince(std::int32_t before) REQUIRES(turns_);
+  QueryPage firstPage(std::stop_token const& task) REQUIRES(turns_);
   QueryPage pageAt(std::int64_t offset, std::stop_token const& task) REQUIRES(turns_);
   QueryPage emptyPage() const REQUIRES(turns_);
   std::vector<std::vector<SQLiteValue>> rowsBetween(std::int64_t first, std::int64_t end, std::stop_token const& task)

@@ -682,6 +682,23 @@ TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
   EXPECT_FALSE(scene.page(500).finished);
 }
 
+/// Requests the stop of the task at the opening of a connection: of the spool's, when the executor's stands.
+int stopTaskAtOpening(sqlite3*, char const**, sqlite3_api_routines const*) {
+  stoppedBySQL.request_stop();
+  return SQLITE_OK;
+}
+
+TEST(QueryExecutor, RunsNothingLaterOfAScriptThatWasCancelledBeforeItsResult) {
+  Scene scene;
+  stoppedBySQL = {};
+  Extension const extension(stopTaskAtOpening);
+  EXPECT_THROW(scene.executor.start("DELETE FROM t RETURNING a", {}, stoppedBySQL.get_token()), TaskCancelled);
+  QueryPage const page = scene.page(0);
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+}
+
 /// A statement without rows that stops its task runs to its end all the same.
 TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenStatements) {
   Extension const extension(installStopTask);
