@@ -13,6 +13,7 @@
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
+#include "support/HostHeapLimits.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TemporaryDatabase.hpp"
@@ -348,23 +349,9 @@ TEST(QueryExecutor, LetsTheGuardedPragmasBeRead) {
   }
 }
 
-/// The limits that the host program itself has set, for a scope.
-struct HostLimits {
-  HostLimits(std::int64_t hard, std::int64_t soft) {
-    sqlite3_hard_heap_limit64(hard);
-    sqlite3_soft_heap_limit64(soft);
-  }
-  ~HostLimits() {
-    sqlite3_hard_heap_limit64(0);
-    sqlite3_soft_heap_limit64(0);
-  }
-  HostLimits(HostLimits const&) = delete;
-  HostLimits& operator=(HostLimits const&) = delete;
-};
-
 /// SQLite keeps them for the whole process.
 TEST(QueryExecutor, LeavesNoLimitOfMemoryBehind) {
-  HostLimits const limits(std::int64_t{1} << 40, std::int64_t{1} << 39);
+  HostHeapLimits const limits(std::int64_t{1} << 40, std::int64_t{1} << 39);
   for (char const* const sql :
        {"PRAGMA hard_heap_limit = 50000000", "PRAGMA soft_heap_limit = 50000000",
         "PRAGMA soft_heap_limit = 1; SELECT 1", "SELECT * FROM pragma_hard_heap_limit(50000000)",
@@ -372,8 +359,7 @@ TEST(QueryExecutor, LeavesNoLimitOfMemoryBehind) {
     SCOPED_TRACE(sql);
     Scene scene;
     failureOf([&] { scene.start(sql); });
-    EXPECT_EQ(sqlite3_hard_heap_limit64(-1), std::int64_t{1} << 40);
-    EXPECT_EQ(sqlite3_soft_heap_limit64(-1), std::int64_t{1} << 39);
+    EXPECT_TRUE(limits.stand());
   }
 }
 
