@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdarg>
 #include <functional>
+#include <sstream>
 #include <thread>
 #include <utility>
 
@@ -343,6 +345,117 @@ TEST(DatabaseBackup, OfADamagedDatabaseIsNone) {
   scene.connection = SQLiteConnection::open(scene.database.path(), {.readOnly = false});
   EXPECT_EQ(failureOf([&] { scene.backUp(); }), DatabaseError("database disk image is malformed", SQLITE_CORRUPT));
   EXPECT_EQ(scene.names(), Names{});
+}
+
+// Between two steps --------------------------------------------------------------------------------
+
+/// Does something once, when a step of a backup has let go of its source, which has a rollback journal: then SQLite takes
+/// back all locks on it. SQLite is given another `fcntl` for a scope; the action is not to use SQLite. One at a time.
+class AfterStep {
+ public:
+  AfterStep(std::filesystem::path const& source, int step, std::function<void()> action) {
+    EXPECT_EQ(::stat(source.c_str(), &source_), 0);
+    action_ = std::move(action);
+    left_ = step;
+    replaceCall(reinterpret_cast<sqlite3_syscall_ptr>(call));
+  }
+  ~AfterStep() { replaceCall(nullptr); }
+  AfterStep(AfterStep const&) = delete;
+  AfterStep& operator=(AfterStep const&) = delete;
+
+  static bool came() { return left_ <= 0; }
+
+ private:
+  static void replaceCall(sqlite3_syscall_ptr call) {
+    sqlite3_vfs* const vfs = sqlite3_vfs_find("unix");
+    ASSERT_TRUE(vfs);
+    ASSERT_EQ(vfs->xSetSystemCall(vfs, "fcntl", call), SQLITE_OK);
+  }
+
+  static int call(int file, int command, ...) {
+    va_list rest;
+    va_start(rest, command);
+    void* const argument = va_arg(rest, void*);
+    va_end(rest);
+    int const result = ::fcntl(file, command, argument);
+    if (command == F_SETLK && isAll(*static_cast<struct flock const*>(argument)) && isSource(file) && --left_ == 0) {
+      action_();
+    }
+    return result;
+  }
+
+  static bool isAll(struct flock const& lock) { return lock.l_type == F_UNLCK && lock.l_start == 0 && lock.l_len == 0; }
+
+  static bool isSource(int file) {
+    struct stat status {};
+    return ::fstat(file, &status) == 0 && status.st_dev == source_.st_dev && status.st_ino == source_.st_ino;
+  }
+
+  static inline struct stat source_ {};
+  static inline std::function<void()> action_;
+  static inline int left_ = 0;
+};
+
+TEST(DatabaseBackup, OfATaskThatIsCancelledBetweenTwoStepsIsNone) {
+  for (int const step : {1, 2}) {
+    SCOPED_TRACE(step);
+    Scene scene(manyPages);
+    std::stop_source source;
+    AfterStep const after(scene.database.path(), step, [&] { source.request_stop(); });
+    EXPECT_EQ(failureOf([&] { scene.backUp(source.get_token()); }), DatabaseError("interrupted", 9));
+    EXPECT_TRUE(AfterStep::came());
+    EXPECT_EQ(scene.names(), Names{});
+  }
+}
+
+/// The page was copied in the first step already.
+std::string const changeAPage = "UPDATE t SET a = 'written meanwhile' WHERE rowid = 1";
+std::string const lookAtThatPage = "SELECT a FROM t WHERE rowid = 1; SELECT count(*) FROM t; PRAGMA integrity_check";
+
+TEST(DatabaseBackup, HoldsWhatAnotherProcessWroteBetweenTwoSteps) {
+  Scene scene(manyPages);
+  SQLitePeer peer(scene.database.path());
+  AfterStep const after(scene.database.path(), 1, [&] { EXPECT_EQ(peer.exec(changeAPage), "ok"); });
+  std::filesystem::path const backup = scene.backUp();
+  EXPECT_TRUE(AfterStep::came());
+  EXPECT_EQ(rowsAsText(backup, lookAtThatPage), "written meanwhile\n600\nok");
+}
+
+/// The number of the first call with which a backup writes pages, which it does within a step.
+long firstWriteOf(Scene& scene) {
+  FaultInjector const injector(scene.backups);
+  scene.backUp();
+  std::istringstream trace(injector.trace());
+  long number = 0;
+  for (std::string call; call != "pwrite" && trace >> call;) ++number;
+  return number;
+}
+
+/// In WAL mode a writer need not wait for the end of a step.
+TEST(DatabaseBackup, HoldsWhatAnotherProcessWroteWithinAStep) {
+  Scene scene("PRAGMA journal_mode = WAL;" + manyPages);
+  std::filesystem::create_directories(scene.backups);
+  long const first = firstWriteOf(scene);
+  SQLitePeer peer(scene.database.path());
+  std::string told;
+  std::filesystem::path backup;
+  EXPECT_TRUE(FaultInjector::before(
+      scene.backups, first, [&] { told = peer.exec(changeAPage); }, [&] { backup = scene.backUp(); }));
+  EXPECT_EQ(told, "ok");
+  EXPECT_EQ(rowsAsText(backup, lookAtThatPage), "written meanwhile\n600\nok");
+}
+
+TEST(DatabaseBackup, WaitsForNoLockThatIsTakenBetweenTwoSteps) {
+  Scene scene(manyPages);
+  SQLitePeer peer(scene.database.path());
+  {
+    AfterStep const after(scene.database.path(), 1, [&] { EXPECT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok"); });
+    EXPECT_EQ(failureOf([&] { scene.backUp(); }), DatabaseError("database is locked", SQLITE_BUSY));
+    EXPECT_TRUE(AfterStep::came());
+  }
+  EXPECT_EQ(scene.names(), Names{});
+  ASSERT_EQ(peer.exec("COMMIT"), "ok");
+  EXPECT_EQ(rowsAsText(scene.backUp(), "SELECT count(*) FROM t"), "600");
 }
 
 TEST(DatabaseBackup, SaysInTheSystemsWordsThatTheFolderCannotBeMade) {

@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cmath>
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "core/DatabaseWriter.hpp"
@@ -13,6 +15,7 @@
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
+#include "support/HangingHelpers.hpp"
 #include "support/HostHeapLimits.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
@@ -905,6 +908,56 @@ TEST(QueryExecutor, PreviewsOnlyWhatWasFetched) {
   EXPECT_TRUE(refused(0, 0));
 }
 
+/// A row of the spool that somebody changed on the disk, which is as long as it was.
+TEST(QueryExecutor, PreviewsNoCellThatIsNoLongerInItsRow) {
+  Scene scene;
+  scene.start(numbers(5'000) + "SELECT iif(i = 8, 'needle', 'straw'), printf('%.*c', 1000, 'x') FROM n");
+  scene.page(3'000);  // by then the first rows are only on the disk
+  ASSERT_EQ(scene.spools(), 1);
+  std::filesystem::path const spool = std::filesystem::directory_iterator(scene.spoolFolder())->path();
+  std::ostringstream read;
+  read << std::ifstream(spool, std::ios::binary).rdbuf();
+  std::string content = read.str();
+  std::size_t const between = content.find("needle") + std::string("needle").size();
+  content.replace(between, content.find("xxx", between) - between, content.find("xxx", between) - between, '-');
+  std::fstream(spool, std::ios::binary | std::ios::in | std::ios::out) << content;
+  EXPECT_TRUE(scene.executor.preview(7, 0, noTask).text->starts_with("needle-")) << "the two values are one now";
+  DatabaseError const gone("Query result is no longer available.", 1);
+  EXPECT_EQ(failureOf([&] { scene.executor.preview(7, 1, noTask); }), gone);
+  EXPECT_EQ(scene.page(0).rows.size(), 500U);
+  EXPECT_EQ(scene.executor.preview(8, 1, noTask).text, std::string(1'000, 'x'));
+}
+
+/// Somebody who looks at a document waits for the helper, and pages on meanwhile.
+TEST(QueryExecutor, ShowsPagesWhileAPreviewIsMade) {
+  TemporaryDatabase const database("");
+  HangingHelpers const helpers;
+  QueryExecutor executor{PreviewHelpers(helpers.folder())};
+  executor.open(database.path(), true);
+  executor.start("SELECT x'255044462d312e37'", {}, noTask);
+  bool meanwhile = false;
+  for (int attempt = 0; attempt < 5 && !meanwhile; ++attempt) {  // a busy machine may end the helper by the clock
+    std::stop_source task;
+    bool cancelled = false;
+    std::jthread previewing([&] {
+      try {
+        executor.preview(0, 0, task.get_token());
+      } catch (TaskCancelled const&) {
+        cancelled = true;
+      }
+    });
+    ASSERT_TRUE(helpers.waitForStart());
+    EXPECT_EQ(executor.page(0, noTask).rows.size(), 1U);
+    meanwhile = helpers.runs();
+    task.request_stop();
+    previewing.join();
+    EXPECT_TRUE(cancelled || !meanwhile);
+    EXPECT_FALSE(helpers.runs());
+    helpers.forget();
+  }
+  EXPECT_TRUE(meanwhile);
+}
+
 // Copying --------------------------------------------------------------------------------------------
 
 TEST(QueryExecutor, CopiesTheRowsOfASelection) {
@@ -1001,6 +1054,53 @@ TEST(QueryExecutorFaults, LeaveNoHalfPage) {
       },
       /*most=*/80);
   EXPECT_GE(calls, 4);
+}
+
+/// Neither the database nor a backup of it is ever half of anything.
+TEST(QueryExecutorFaults, LeaveAWholeDatabaseAndNoHalfBackupOfIt) {
+  Scene scene;
+  scene.executor.close();
+  std::string const content = "SELECT name FROM sqlite_schema; PRAGMA integrity_check";
+  auto const drop = [&] {
+    QueryExecutor executor{PreviewHelpers("/nonexistent")};
+    executor.open(scene.database.path(), false);
+    executor.start("INSERT INTO t VALUES (4); DROP TABLE t", scene.backups, noTask);
+  };
+  long const calls = forEachFault(
+      scene.folder.path(),
+      [&] {
+        std::filesystem::remove_all(scene.backups);
+        std::filesystem::create_directories(scene.backups);
+        scene.database.run(
+            "PRAGMA synchronous = OFF; DROP TABLE IF EXISTS t; CREATE TABLE t(a); INSERT INTO t VALUES (1),(2),(3)");
+      },
+      drop,
+      [&](FaultMode, long, FaultOutcome const& outcome) {
+        Names backups;
+        for (auto const& entry : std::filesystem::directory_iterator(scene.backups)) {
+          if (entry.path().filename().native().starts_with('.')) continue;  // what a kill left
+          EXPECT_EQ(rowsAsText(entry.path(), "SELECT a FROM t; PRAGMA integrity_check"), "1\n2\n3\nok");
+          backups.push_back(entry.path());
+        }
+        bool const dropped = scene.database.rows(content) == "ok";
+        if (!dropped) {
+          EXPECT_EQ(scene.database.rows(content), "t\nok");
+          std::string const rows = scene.database.rows("SELECT group_concat(a) FROM t");
+          EXPECT_TRUE(rows == "1,2,3" || (rows == "1,2,3,4" && backups.size() == 1)) << rows;
+        }
+        EXPECT_LE(backups.size(), 1U);
+        EXPECT_TRUE(!dropped || backups.size() == 1) << "never dropped without a backup";
+        if (outcome.told != FaultOutcome::Told::nothing) {
+          EXPECT_EQ(dropped, outcome.told == FaultOutcome::Told::success) << outcome.text;
+          EXPECT_EQ(Scene::entries(scene.backups), std::ssize(backups)) << "no hidden file is left";
+        }
+        scene.database.run("PRAGMA synchronous = OFF; DROP TABLE IF EXISTS t; CREATE TABLE t(a)");
+        drop();
+        EXPECT_EQ(scene.database.rows(content), "ok");
+      },
+      /*most=*/30);
+  EXPECT_GE(calls, 20);
+  std::filesystem::remove_all(scene.backups);  // with what the kills left
 }
 
 }  // namespace

@@ -5,13 +5,17 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <fstream>
+#include <functional>
 #include <limits>
+#include <sstream>
 
 #include "platform/TaskCancellation.hpp"
 #include "platform/UUID.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
+#include "support/SQLitePeer.hpp"
 #include "support/TemporaryFolder.hpp"
 
 namespace tolva {
@@ -189,6 +193,96 @@ TEST(QuerySpool, CapturesTheHeadsOfLargeValues) {
     EXPECT_GT(row, 0);
     EXPECT_LT(row, 70'000);
   }
+}
+
+// Somebody else's hands on the file ----------------------------------------------------------------
+
+TEST(QuerySpool, LetsNoOtherConnectionIn) {
+  Scene scene;
+  QuerySpool spool;
+  scene.add(spool, "SELECT 1");
+  SQLitePeer peer(spool.path());
+  for (char const* const sql : {"DELETE FROM result", "DROP TABLE result", "SELECT * FROM result"}) {
+    EXPECT_EQ(peer.exec(sql), "error 5 database is locked") << sql;
+  }
+  EXPECT_EQ(spool.rows(0, 100), std::vector<Row>{{1}});
+}
+
+/// Changes bytes of the file, in which every row but the last few is only on the disk.
+void tamper(std::filesystem::path const& path, std::function<void(std::string&)> const& change) {
+  std::ostringstream read;
+  read << std::ifstream(path, std::ios::binary).rdbuf();
+  std::string content = read.str();
+  change(content);
+  std::fstream(path, std::ios::binary | std::ios::in | std::ios::out) << content;
+}
+
+/// The row at position 7 begins with "needle"; it is as long as the others.
+std::string const manyRows =
+    "WITH RECURSIVE n(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM n WHERE i < 4999) "
+    "SELECT iif(i = 7, 'needle', 'straw') || printf('%.*c', 1000, 'x') FROM n";
+
+struct TamperedCase {
+  char const* says;
+  std::function<void(std::string&)> change;
+  DatabaseError row;   // what comes of the row itself
+  DatabaseError rows;  // and of those around it
+};
+
+/// Puts `text` where it was found, from `before` bytes ahead of the needle on.
+std::function<void(std::string&)> atTheNeedle(std::size_t before, std::string text) {
+  return [before, text = std::move(text)](std::string& content) {
+    content.replace(content.find("needle") - before, text.size(), text);
+  };
+}
+
+DatabaseError const noFailure("(nothing failed)", -1);
+DatabaseError const gone("Query result is no longer available.", 1);
+DatabaseError const malformed("database disk image is malformed", SQLITE_CORRUPT);
+
+TamperedCase const tamperedCases[] = {
+    {"nothing", [](std::string&) {}, noFailure, noFailure},
+    {"a text without its quote", atTheNeedle(1, "x"), gone, gone},
+    {"a kind of value that there is not", atTheNeedle(14, "tixt"), gone, gone},
+    {"a byte that is no character", atTheNeedle(0, "\xff"), gone, gone},
+    {"a page of zeros",
+     [](std::string& content) {
+       content.replace(content.find("needle") / 16'384 * 16'384, 16'384, std::string(16'384, '\0'));
+     },
+     malformed, malformed},
+};
+
+TEST(QuerySpool, SaysThatARowIsGoneWhichSomebodyChanged) {
+  for (TamperedCase const& one : tamperedCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene;
+    QuerySpool spool;
+    scene.add(spool, manyRows);
+    tamper(spool.path(), one.change);
+    EXPECT_EQ(failureOf([&] { spool.row(7); }), one.row);
+    EXPECT_EQ(failureOf([&] { spool.rows(0, 100); }), one.rows);
+    EXPECT_EQ(spool.rows(4'900, 5'000).size(), 100U) << "far from it";
+  }
+}
+
+/// The byte before the coded row ends the number that tells a blob, if even, from a text of the same length.
+TEST(QuerySpool, PassesOverARowThatIsNoBlob) {
+  Scene scene;
+  QuerySpool spool;
+  scene.add(spool, manyRows);
+  tamper(spool.path(), [](std::string& content) { content[content.rfind('[', content.find("needle")) - 1] |= 1; });
+  EXPECT_EQ(spool.row(7), std::nullopt);
+  EXPECT_EQ(spool.rows(0, 100).size(), 99U);
+}
+
+TEST(QuerySpool, LivesWithoutTheNameOfItsFile) {
+  Scene scene;
+  QuerySpool spool;
+  scene.add(spool, manyRows);
+  std::filesystem::remove(spool.path());
+  EXPECT_EQ(spool.rows(0, 100).size(), 100U);
+  scene.add(spool, "SELECT 1", 5'000);
+  EXPECT_EQ(spool.row(5'000), Row{1});
 }
 
 }  // namespace

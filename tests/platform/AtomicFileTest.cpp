@@ -209,6 +209,15 @@ TEST(AtomicFile, IsNotPublishedAfterAShortWrite) {
   EXPECT_EQ(folder.read("a"), "old");
 }
 
+/// POSIX allows it where nothing of a write fits; to try again would be to try for ever.
+TEST(AtomicFile, TakesAWriteOfNothingForAFullDisk) {
+  TemporaryFolder const folder;
+  EXPECT_TRUE(FaultInjector::writingNothing(folder.path(), 2, [&] {
+    EXPECT_EQ(systemFailureOf([&] { publish(folder / "a", "new", Publication::exclusive); }), "ENOSPC a");
+  }));
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
 TEST(AtomicFile, DeletesItsSiblingAtTheFirstFailureAndIsNotPublishedByASecondTry) {
   TemporaryFolder const folder;
   AtomicFile file(folder / "a");

@@ -279,14 +279,20 @@ TEST(CellHead, IsGivenUpWhenTheTaskIs) {
 struct HostileCase {
   char const* says;
   void (*write)(fs::path const& path);
+  std::int32_t code;
+  char const* told;
 };
 
+constexpr char tooLarge[] = "This value exceeds the safe cell-preview limit. Use table export for its full contents.";
+constexpr char tooLong[] = "Cancelled";
+
 HostileCase const hostileFiles[] = {
-    {"a view of 40 MB", writeLongList},
-    {"one word of 150 MB", writeLongToken},
-    {"an endless schema", writeEndlessSchema},
-    {"entries that share 100 MB", writeSharedSQL},
-    {"entries that share as much as may be read", [](fs::path const& path) { writeSharedSQL(path, 8'000'000, 20); }},
+    {"a view of 40 MB", writeLongList, 1, tooLarge},
+    {"one word of 150 MB", writeLongToken, 1, tooLarge},
+    {"an endless schema", writeEndlessSchema, SQLITE_INTERRUPT, tooLong},
+    {"entries that share 100 MB", writeSharedSQL, 1, tooLarge},
+    {"entries that share as much as may be read", [](fs::path const& path) { writeSharedSQL(path, 8'000'000, 20); },
+     SQLITE_INTERRUPT, tooLong},
 };
 
 /// Nothing but a failure can come of these, but it comes: the clock is asked every thousand operations of SQLite's
@@ -297,7 +303,9 @@ TEST(CellHead, IsGivenUpWhateverTheSchemaHolds) {
     SCOPED_TRACE(hostile.says);
     hostile.write(folder / "a.db");
     auto const began = processorTime();
-    EXPECT_GT(failureOf([&] { headOf(folder / "a.db", tableNamedBy({"rowid"}), {1}, "a"); }).code, 0);
+    DatabaseError const failure = failureOf([&] { headOf(folder / "a.db", tableNamedBy({"rowid"}), {1}, "a"); });
+    EXPECT_EQ(failure.code, hostile.code);
+    EXPECT_EQ(failure.errorDescription(), hostile.told);
     if (!sanitized) {
       EXPECT_LT(processorTime() - began, 10s);
     }

@@ -12,11 +12,14 @@
 #include <thread>
 
 #include "platform/TaskCancellation.hpp"
+#include "platform/Uptime.hpp"
 #include "preview/TestPNG.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
+#include "support/HangingHelpers.hpp"
 #include "support/NoTask.hpp"
+#include "support/Patience.hpp"
 #include "support/ProcessorTime.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TableRows.hpp"
@@ -361,6 +364,33 @@ TEST(CellPreviewService, StopsTheRunningFetchAndNothingElse) {
       "7");
 }
 
+/// Cancels the task of a preview whose helper hangs. Returns the time from there to the preview's end.
+std::chrono::duration<double> endedBy(HangingHelpers const& helpers, SQLiteValue const& value) {
+  CellPreviewService own{PreviewHelpers(helpers.folder())};
+  std::stop_source task;
+  Uptime cancelled{};
+  std::jthread canceller([&] {
+    EXPECT_TRUE(helpers.waitForStart());
+    cancelled = uptime();
+    task.request_stop();
+  });
+  EXPECT_THROW(own.cached(value, task.get_token()), TaskCancelled);
+  Uptime const ended = uptime();
+  canceller.join();
+  EXPECT_FALSE(helpers.runs());
+  helpers.forget();
+  return ended - cancelled;
+}
+
+TEST(CellPreviewService, EndsAHangingHelperWithItsTask) {
+  HangingHelpers const helpers;
+  for (SQLiteValue const& value : {SQLiteValue(greyPNG(9, 9)), SQLiteValue(bytesOf("%PDF-1.7"))}) {
+    std::chrono::duration<double> taken = endedBy(helpers, value);
+    for (int again = 0; again < 3 && taken > 1s; ++again) taken = endedBy(helpers, value);  // on a busy machine
+    EXPECT_LT(taken, 1s) << "the task ends it, not the clock";
+  }
+}
+
 #ifdef TOLVA_HELPERS
 // Pictures -----------------------------------------------------------------------------------------
 
@@ -370,22 +400,26 @@ CellPreviewService& serviceWithHelpers() {
   return only;
 }
 
+CellPreview withPicture(SQLiteValue const& value) {
+  return patiently([&] { return serviceWithHelpers().cached(value, noTask); });
+}
+
 TEST(CellPreviewService, GivesPicturesAThumbnailWhateverTheirSize) {
   TOLVA_NEEDS_CORPORA();
   std::string const picture = contents(corpusFile("png-suite/basn2c08.png"));
-  CellPreview const preview = serviceWithHelpers().cached(bytesOf(picture), noTask);
+  CellPreview const preview = withPicture(bytesOf(picture));
   ASSERT_TRUE(preview.thumbnailPNG);
   EXPECT_TRUE(std::string(preview.thumbnailPNG->begin(), preview.thumbnailPNG->end()).starts_with("\x89PNG\r\n"));
   EXPECT_FALSE(preview.text);
   Bytes const larger = bytesOf(picture + std::string(300'000, '\0'));
-  EXPECT_TRUE(serviceWithHelpers().cached(larger, noTask).thumbnailPNG) << "JSON's limit is not that of pictures";
+  EXPECT_TRUE(withPicture(larger).thumbnailPNG) << "JSON's limit is not that of pictures";
   auto const total = static_cast<std::int64_t>(picture.size()) + 1;
   EXPECT_FALSE(serviceWithHelpers().previewBytes("blob", total, bytesOf(picture), noTask).thumbnailPNG);
 }
 
 TEST(CellPreviewService, GivesAThumbnailWithinTheLimitsOfPictures) {
-  EXPECT_TRUE(serviceWithHelpers().cached(greyPNG(30, 20), noTask).thumbnailPNG);
-  CellPreview const wide = serviceWithHelpers().cached(greyPNG(20'000, 100), noTask);
+  EXPECT_TRUE(withPicture(greyPNG(30, 20)).thumbnailPNG);
+  CellPreview const wide = withPicture(greyPNG(20'000, 100));
   EXPECT_FALSE(wide.thumbnailPNG);
   EXPECT_EQ(wide.storageType, "blob");
 }

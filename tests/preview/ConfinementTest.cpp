@@ -5,13 +5,19 @@
 #include <linux/landlock.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <string>
+#include <thread>
 
 #include "platform/ChildProcess.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -57,7 +63,21 @@ constexpr DeedCase deeds[] = {
     {"open-fonts", "refused EACCES"},
     {"create-file", "refused EACCES"},
     {"openat2", killed},
+    {"chmod", "refused EACCES"},
+    {"chmod-at", "refused EACCES"},
+    {"link", "refused EACCES"},
+    {"link-at", "refused EACCES"},
+    {"make-folder", "refused EACCES"},
+    {"make-folder-at", "refused EACCES"},
+    {"rename", "refused EACCES"},
+    {"rename-at", "refused EACCES"},
+    {"rename-at-2", "refused EACCES"},
+    {"symlink", "refused EACCES"},
+    {"symlink-at", "refused EACCES"},
     {"unlink", "refused EACCES"},
+    {"unlink-at", "refused EACCES"},
+    {"poll", "done"},
+    {"poll-with-signals", "done"},
     {"read-leaked-descriptor", "refused EBADF"},
     {"socket", "refused EACCES"},
     {"socketpair", killed},
@@ -134,6 +154,63 @@ TEST(Confinement, IsRefusedWhereASecondThreadWouldEscapeIt) {
 TEST(Confinement, LeavesNoThreadsToADecoderThatNeedsNone) {
   EXPECT_EQ(outcomeOf("thread", "fonts"), "refused EAGAIN");
   EXPECT_EQ(outcomeOf("fork", "fonts"), killed);
+}
+
+/// What the system tells of a process: "CapEff" to "0000000000000000". Empty once there is none.
+std::map<std::string, std::string> statusOf(pid_t id) {
+  std::map<std::string, std::string> status;
+  std::ifstream lines("/proc/" + std::to_string(id) + "/status");
+  for (std::string line; std::getline(lines, line);) {
+    auto const colon = line.find(":\t");
+    if (colon != line.npos) status[line.substr(0, colon)] = line.substr(colon + 2);
+  }
+  return status;
+}
+
+/// Waits until the process stands behind its filter, the last part of the confinement.
+std::map<std::string, std::string> statusOnceConfined(pid_t id) {
+  for (int time = 0; time < 20'000; ++time) {
+    auto status = statusOf(id);
+    if (status["Seccomp"] == "2") return status;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return {};
+}
+
+/// Of root as well.
+TEST(Confinement, TakesEveryCapabilityForGood) {
+  ChildProcess const child(TOLVA_CONFINED, {"none", "sleep"});
+  auto status = statusOnceConfined(child.id());
+  for (char const* const set : {"CapInh", "CapPrm", "CapEff", "CapAmb"}) {
+    EXPECT_EQ(status[set], "0000000000000000") << set;
+  }
+  EXPECT_EQ(status["NoNewPrivs"], "1") << "a program with capabilities of its own would bring them back";
+}
+
+/// A host that dies has no destructor left to end its helpers.
+TEST(Confinement, EndsWithItsParent) {
+  ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 1), 0) << "or nobody would tell how an orphan ended";
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  pid_t const host = ::fork();
+  if (host == 0) {
+    ChildProcess const helper(TOLVA_CONFINED, {"none", "sleep"});
+    pid_t const id = helper.id();
+    bool const confined = !statusOnceConfined(id).empty();
+    if (!confined || ::write(ends[1], &id, sizeof id) != sizeof id) ::_exit(1);
+    for (;;) ::pause();
+  }
+  pid_t helper = -1;
+  ::close(ends[1]);
+  EXPECT_EQ(::read(ends[0], &helper, sizeof helper), ssize_t{sizeof helper});
+  ::close(ends[0]);
+  ASSERT_EQ(::kill(host, SIGKILL), 0);
+  ASSERT_EQ(::waitpid(host, nullptr, 0), host);
+  ASSERT_GT(helper, 0);
+  int status = 0;
+  ASSERT_EQ(::waitpid(helper, &status, 0), helper);
+  EXPECT_TRUE(WIFSIGNALED(status));
+  EXPECT_EQ(WTERMSIG(status), SIGKILL) << "and not the alarm after 30 seconds";
 }
 
 TEST(Confinement, EndsWhatComputesForThreeSeconds) { EXPECT_EQ(outcomeOf("spin"), "(killed by signal 9)"); }

@@ -41,6 +41,10 @@ Bytes const end = chunk("IEND", {});
 
 TEST(HelperAnswer, TakesAPNGOfOurEncodersAndNoOther) {
   Bytes const good = joined({signature, header(1024, 7), pixels, end});
+  auto const ofSize = [](std::size_t size) {
+    std::size_t const around = joined({signature, header(7, 7), chunk("IDAT", {}), end}).size();
+    return joined({signature, header(7, 7), chunk("IDAT", Bytes(size - around)), end});
+  };
   struct {
     char const* says;
     Bytes png;
@@ -71,9 +75,8 @@ TEST(HelperAnswer, TakesAPNGOfOurEncodersAndNoOther) {
       {"a length beyond the end", joined({signature, header(7, 7), {0xff, 0xff, 0xff, 0xff}, pixels, end}), {}},
       {"another signature", joined({{0x89, 'M', 'N', 'G', '\r', '\n', 0x1a, '\n'}, header(7, 7), pixels, end}), {}},
       {"nothing", {}, {}},
-      {"more than any thumbnail takes",
-       joined({signature, header(7, 7), chunk("IDAT", Bytes(PreviewLimits::mostPNG)), end}),
-       {}},
+      {"as much as a thumbnail may take", ofSize(PreviewLimits::mostPNG), PixelSize{7, 7}},
+      {"a byte more", ofSize(PreviewLimits::mostPNG + 1), {}},
   };
   for (auto const& one : cases) {
     SCOPED_TRACE(one.says);

@@ -13,6 +13,7 @@
 #include "preview/TestTIFF.hpp"
 #include "preview/helpers/PreviewLimits.hpp"
 #include "support/NoTask.hpp"
+#include "support/Patience.hpp"
 
 namespace tolva {
 namespace {
@@ -26,7 +27,8 @@ Bytes ofDigits(std::string_view digits) {
 }
 
 std::optional<TestPicture> shown(Bytes const& picture) {
-  auto const png = PreviewHelpers(std::filesystem::path(TOLVA_HELPERS)).thumbnail(picture, noTask);
+  PreviewHelpers const helpers{std::filesystem::path(TOLVA_HELPERS)};
+  auto const png = patiently([&] { return helpers.thumbnail(picture, noTask); });
   return png ? std::optional(TestPicture(*png)) : std::nullopt;
 }
 
@@ -122,6 +124,78 @@ TEST(PictureDecoder, TurnsATIFFUpright) {
   }
 }
 
+/// `left` as often as fits into half a row, then `right`.
+Bytes halves(Bytes const& left, Bytes const& right, std::size_t times) {
+  Bytes row;
+  for (Bytes const* const half : {&left, &right}) {
+    for (std::size_t time = 0; time < times; ++time) row.insert(row.end(), half->begin(), half->end());
+  }
+  return row;
+}
+
+struct FormCase {
+  char const* says;
+  PNGForm form;
+  Bytes row;
+  unsigned left, right;  // what is seen before white
+};
+
+std::vector<png_color> const redAndBlue = {{255, 0, 0}, {0, 0, 255}};
+constexpr unsigned red = 0xff0000, blue = 0x0000ff, white = 0xffffff;
+
+FormCase const forms[] = {
+    {"black and white", {1, PNG_COLOR_TYPE_GRAY}, halves({0xff}, {0}, 1), white, 0},
+    {"four greys", {2, PNG_COLOR_TYPE_GRAY}, halves({0x55}, {0xaa}, 2), 0x555555, 0xaaaaaa},
+    {"sixteen greys", {4, PNG_COLOR_TYPE_GRAY}, halves({0x33}, {0xcc}, 4), 0x333333, 0xcccccc},
+    {"greys of 16 bits", {16, PNG_COLOR_TYPE_GRAY}, halves({0x40, 0x40}, {0xc0, 0xc0}, 8), 0x404040, 0xc0c0c0},
+    {"a grey that is invisible",
+     {.type = PNG_COLOR_TYPE_GRAY, .invisible = png_color_16{.gray = 0x40}},
+     halves({0x40}, {0xc0}, 8),
+     white,
+     0xc0c0c0},
+    {"greys with alpha", {8, PNG_COLOR_TYPE_GRAY_ALPHA}, halves({0x40, 0xff}, {0xc0, 0}, 8), 0x404040, white},
+    {"greys of 16 bits with alpha",
+     {16, PNG_COLOR_TYPE_GRAY_ALPHA},
+     halves({0x40, 0x40, 0xff, 0xff}, {0xc0, 0xc0, 0, 0}, 8),
+     0x404040,
+     white},
+    {"colours", {8, PNG_COLOR_TYPE_RGB}, halves({0xff, 0, 0}, {0, 0, 0xff}, 8), red, blue},
+    {"colours of 16 bits",
+     {16, PNG_COLOR_TYPE_RGB},
+     halves({0xff, 0xff, 0, 0, 0, 0}, {0, 0, 0, 0, 0xff, 0xff}, 8),
+     red,
+     blue},
+    {"colours with alpha", {8, PNG_COLOR_TYPE_RGB_ALPHA}, halves({0xff, 0, 0, 0xff}, {0, 0, 0xff, 0}, 8), red, white},
+    {"colours of 16 bits with alpha",
+     {16, PNG_COLOR_TYPE_RGB_ALPHA},
+     halves({0xff, 0xff, 0, 0, 0, 0, 0xff, 0xff}, {0, 0, 0, 0, 0xff, 0xff, 0, 0}, 8),
+     red,
+     white},
+    {"a palette", {.type = PNG_COLOR_TYPE_PALETTE, .palette = redAndBlue}, halves({0}, {1}, 8), red, blue},
+    {"a palette of one bit",
+     {.depth = 1, .type = PNG_COLOR_TYPE_PALETTE, .palette = redAndBlue},
+     halves({0}, {0xff}, 1),
+     red,
+     blue},
+    {"a palette with an invisible colour",
+     {.type = PNG_COLOR_TYPE_PALETTE, .palette = redAndBlue, .alphas = {0xff, 0}},
+     halves({0}, {1}, 8),
+     red,
+     white},
+    {"interlaced", {8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_ADAM7}, halves({0xff, 0, 0}, {0, 0, 0xff}, 8), red, blue},
+};
+
+TEST(PictureDecoder, ShowsEveryFormOfPNG) {
+  for (FormCase const& one : forms) {
+    SCOPED_TRACE(one.says);
+    auto const picture = shown(pngOf(one.form, one.row));
+    ASSERT_TRUE(picture);
+    EXPECT_EQ(sizeOf(*picture), (PixelSize{16, 8}));
+    EXPECT_EQ(picture->at(3, 4), one.left);
+    EXPECT_EQ(picture->at(12, 4), one.right);
+  }
+}
+
 TEST(PictureDecoder, ShowsSamplesThatAreNoBytes) {
   auto const picture = shown({{.width = 40, .height = 20, .above = 0x40, .below = 0xc0, .floating = true}});
   ASSERT_TRUE(picture);
@@ -165,6 +239,14 @@ TEST(PictureDecoder, ShowsNothingOfADamagedPicture) {
   Bytes png = greyPNG(2000, 2000);
   png.resize(png.size() - png.size() / 4);
   EXPECT_FALSE(shown(png));
+}
+
+/// What is damaged is found by one thread while another may have finished already.
+TEST(PictureDecoder, NeverShowsAPictureWhosePixelsHaveAWrongChecksum) {
+  Bytes png = greyPNG(32, 32);
+  std::size_t const end = 12;  // the chunk behind the pixels, before which their checksum stands
+  png.at(png.size() - end - 1) ^= 1;
+  for (int time = 0; time < 40; ++time) ASSERT_FALSE(shown(png)) << time;
 }
 
 }  // namespace

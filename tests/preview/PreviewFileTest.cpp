@@ -146,6 +146,13 @@ TEST(PreviewFile, WritesAgainWhatASignalInterrupted) {
   EXPECT_EQ(folder.read("a.bin"), contentText);
 }
 
+TEST(PreviewFile, TakesAWriteOfNothingForAFailure) {
+  TemporaryFolder const folder;
+  EXPECT_TRUE(FaultInjector::writingNothing(
+      folder.path(), 2, [&] { EXPECT_EQ(failureOf([&] { writeFile(folder / "a.bin"); }), cannotWrite); }));
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
+}
+
 /// What `body` says while no file may be larger than 100,000 bytes: the write that goes beyond is cut there.
 std::string whereFilesAreSmall(std::function<std::string()> const& body) {
   return asUnprivileged([&] {

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <linux/bpf.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
@@ -15,12 +16,14 @@
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <string>
 #include <thread>
@@ -72,6 +75,14 @@ long raiseLimit() {
   return ::setrlimit(RLIMIT_FSIZE, &more);
 }
 
+constexpr char one[] = "/tmp/tolva-confined";
+constexpr char other[] = "/tmp/tolva-confined-2";
+
+long pollForNothing() {
+  timespec const now{};
+  return ::ppoll(nullptr, 0, &now, nullptr);
+}
+
 long startThread() {
   pthread_t thread;
   errno = ::pthread_create(
@@ -91,14 +102,29 @@ constexpr Deed deeds[] = {
     {"open-passwd", [] { return openReading("/etc/passwd"); }},
     {"open-fonts", [] { return openReading("/etc/fonts/fonts.conf"); }},
     {"open-fonts-writing", [] { return long{::open("/etc/fonts/fonts.conf", O_RDWR)}; }},
-    {"create-file", [] { return long{::open("/tmp/tolva-confined", O_WRONLY | O_CREAT, 0600)}; }},
+    {"create-file", [] { return long{::open(one, O_WRONLY | O_CREAT, 0600)}; }},
     {"openat2", [] { return ::syscall(SYS_openat2, AT_FDCWD, "/etc/passwd", nullptr, 0); }},
-    {"unlink", [] { return long{::unlink("/tmp/tolva-confined")}; }},
+    {"chmod", [] { return long{::chmod(one, 0600)}; }},
+    {"chmod-at", [] { return long{::fchmodat(AT_FDCWD, one, 0600, 0)}; }},
+    {"link", [] { return long{::link(one, other)}; }},
+    {"link-at", [] { return long{::linkat(AT_FDCWD, one, AT_FDCWD, other, 0)}; }},
+    {"make-folder", [] { return long{::mkdir(one, 0700)}; }},
+    {"make-folder-at", [] { return long{::mkdirat(AT_FDCWD, one, 0700)}; }},
+    {"rename", [] { return long{::rename(one, other)}; }},
+    {"rename-at", [] { return long{::renameat(AT_FDCWD, one, AT_FDCWD, other)}; }},
+    {"rename-at-2", [] { return long{::renameat2(AT_FDCWD, one, AT_FDCWD, other, 0)}; }},
+    {"symlink", [] { return long{::symlink(one, other)}; }},
+    {"symlink-at", [] { return long{::symlinkat(one, AT_FDCWD, other)}; }},
+    {"unlink", [] { return long{::unlink(one)}; }},
+    {"unlink-at", [] { return long{::unlinkat(AT_FDCWD, one, 0)}; }},
+    {"poll", [] { return long{::poll(nullptr, 0, 0)}; }},
+    {"poll-with-signals", pollForNothing},
+    {"sleep", [] { return long{::sleep(60)}; }},
     {"read-leaked-descriptor", [] { return ::read(leaked, scratch, sizeof scratch); }},
     {"socket", [] { return long{::socket(AF_INET, SOCK_STREAM, 0)}; }},
     {"socketpair", [] { return long{::socketpair(AF_UNIX, SOCK_STREAM, 0, reinterpret_cast<int*>(scratch))}; }},
     {"fork", [] { return long{::fork()}; }},
-    {"vfork", [] { return ::syscall(SYS_vfork); }},
+    {"vfork", [] { return long{::vfork()}; }},
     {"clone3", [] { return ::syscall(SYS_clone3, nullptr, 0); }},
     {"exec", execute},
     {"ptrace", [] { return ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr); }},
@@ -123,7 +149,9 @@ constexpr Deed deeds[] = {
     {"thread", startThread},
     {"time-out", [] { return long{::raise(SIGALRM)}; }},
     {"ioctl", [] { return ::syscall(SYS_ioctl, 0, 0x5412 /* TIOCSTI */, scratch); }},
+#if defined(__x86_64__)
     {"other-abi", [] { return ::syscall(0x40000000 | SYS_getpid); }},
+#endif
 };
 
 int say(std::string const& text) { return ::write(STDOUT_FILENO, text.data(), text.size()) > 0 ? 0 : 1; }

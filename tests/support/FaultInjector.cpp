@@ -84,6 +84,13 @@ bool FaultInjector::failing(std::filesystem::path const& folder, long n, int err
   return injector.calls() >= n;
 }
 
+bool FaultInjector::writingNothing(std::filesystem::path const& folder, long n,
+                                   std::function<void()> const& operation) {
+  FaultInjector const injector(folder, {.at = n, .error = EIO, .empty = true});
+  operation();
+  return injector.calls() >= n;
+}
+
 bool FaultInjector::before(std::filesystem::path const& folder, long n, std::function<void()> const& action,
                            std::function<void()> const& operation) {
   FaultInjector const injector(folder, {.at = n, .before = &action});

@@ -35,6 +35,9 @@ class FaultInjector {
   static bool failing(std::filesystem::path const& folder, long n, int error, bool persistent,
                       std::function<void()> const& operation);
 
+  /// Whether the n-th call came, which is a `write` that wrote nothing and returned 0.
+  static bool writingNothing(std::filesystem::path const& folder, long n, std::function<void()> const& operation);
+
   /// Whether the n-th call came, before which `action` was done. Nothing fails.
   static bool before(std::filesystem::path const& folder, long n, std::function<void()> const& action,
                      std::function<void()> const& operation);

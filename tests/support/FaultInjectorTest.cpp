@@ -139,6 +139,17 @@ TEST(FaultInjector, FailsTheNthCallOnceOrFromThenOn) {
   EXPECT_EQ(failed, "");
 }
 
+TEST(FaultInjector, LetsTheNthWriteWriteNothing) {
+  Scene const at;
+  EXPECT_TRUE(FaultInjector::writingNothing(at.folder.path(), 2, [&] {
+    EXPECT_EQ(::write(at.file.get(), "ab", 2), 2);
+    EXPECT_EQ(::write(at.file.get(), "cd", 2), 0);
+    EXPECT_EQ(::write(at.file.get(), "ef", 2), 2);
+  }));
+  EXPECT_EQ(at.folder.read("file"), "abefent") << "of the seven letters of \"content\"";
+  EXPECT_FALSE(FaultInjector::writingNothing(at.folder.path(), 1, [] {}));
+}
+
 TEST(FaultInjector, LetsFilesGoWhileTheDiskIsFull) {
   Scene const scene;
   FaultInjector const injector(scene.folder.path(), {.at = 1, .error = ENOSPC, .lasting = true});

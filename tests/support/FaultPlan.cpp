@@ -115,4 +115,6 @@ bool strikesRemoval(char const* call, CallPlace place) noexcept {
   return ask(call, true, [&] { return isBelow(place); });
 }
 
+long resultOfWrite() noexcept { return plan.empty ? 0 : -1; }
+
 }  // namespace tolva::faultPlan

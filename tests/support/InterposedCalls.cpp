@@ -89,7 +89,7 @@ int openat64(int folder, char const* path, int flags, ...) {
 // Content -----------------------------------------------------------------------------------------
 
 ssize_t write(int descriptor, void const* bytes, size_t size) {
-  return strikes("write", descriptor) ? -1 : NEXT(write)(descriptor, bytes, size);
+  return strikes("write", descriptor) ? tolva::faultPlan::resultOfWrite() : NEXT(write)(descriptor, bytes, size);
 }
 
 ssize_t writev(int descriptor, iovec const* parts, int count) {

@@ -127,7 +127,7 @@ std::optional<PDFFirstPage> DocumentDecoder::firstPage(std::span<std::uint8_t co
   if (facts.pageCount == 0) return facts;
   std::unique_ptr<poppler::page> const page(document->create_page(0));
   if (!page) return {};
-  // Of a box that is missing, empty or no box at all poppler tells nothing: it takes 612 x 792 points for it.
+  // Of a box that is missing, all zeros or no box at all poppler tells nothing: it takes 612 x 792 points for it.
   poppler::rectf const media = page->page_rect(poppler::media_box);
   facts.width = media.width();
   facts.height = media.height();

@@ -81,6 +81,9 @@ Image eightBits(Image image) {
   return Image(converted);
 }
 
+/// With several threads libvips finishes now and then a picture of which one of them could not decode a part.
+bool couldNotDecodeAll() { return *vips_error_buffer() != '\0'; }
+
 }  // namespace
 
 bool PictureDecoder::prepare(bool heif) {
@@ -107,12 +110,14 @@ std::optional<Bytes> PictureDecoder::thumbnail(std::span<std::uint8_t const> pic
   if (!whole || !PreviewLimits::decodes(vips_image_get_width(whole.get()), vips_image_get_height(whole.get()))) {
     return {};
   }
+  vips_error_clear();
   Image small = shrunk(picture, *format, whole);
   if (small) small = eightBits(std::move(small));
   void* png = nullptr;
   std::size_t size = 0;
   if (!small || vips_pngsave_buffer(small.get(), &png, &size, "strip", TRUE, nullptr) != 0) return {};
   std::unique_ptr<void, void (*)(void*)> const owned(png, g_free);
+  if (couldNotDecodeAll()) return {};
   auto const* const bytes = static_cast<std::uint8_t const*>(png);
   return Bytes(bytes, bytes + size);
 }
