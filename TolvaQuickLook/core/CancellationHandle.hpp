@@ -12,8 +12,8 @@ namespace tolva {
 
 /// The hold on an open database handle by which any thread can interrupt the statement that runs on it.
 ///
-/// Any thread. A service keeps one across the reopenings of its connection. Nothing is sticky: a cancel that arrives
-/// while no statement runs is lost.
+/// Any thread. A service keeps one across the reopenings of its connection. A cancel while no statement runs is lost.
+/// One between two rows of a statement stops it at the next, and until then whatever else the connection runs.
 class TOLVA_EXPORT CancellationHandle {
  public:
   /// Makes `handle` the one that `cancel` interrupts.

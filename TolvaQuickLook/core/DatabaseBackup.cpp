@@ -19,8 +19,10 @@
 #include "core/DatabaseError.hpp"
 #include "core/OpenDatabases.hpp"
 #include "core/SQLiteConnection.hpp"
+#include "core/SQLiteStatement.hpp"
 #include "platform/AtomicFile.hpp"
 #include "platform/FileNode.hpp"
+#include "platform/FilePath.hpp"
 #include "platform/UUID.hpp"
 
 namespace tolva {
@@ -47,7 +49,34 @@ DatabaseError failureOf(SQLiteConnection const& source, int code) {
   return told ? source.error(code) : DatabaseError(sqlite3_errstr(code), code);
 }
 
-void copyPages(SQLiteConnection const& source, SQLiteConnection const& copy, std::stop_token const& task) {
+/// Lets a connection wait for no lock, for a scope. A script may have set its time of waiting, which cannot be asked for
+/// between two rows of a statement that was cancelled: but then the connection has its lock, and waits for none.
+class NoWaiting {
+ public:
+  explicit NoWaiting(SQLiteConnection& connection) : handle_(connection.handle()), before_(timeoutOf(connection)) {
+    if (before_) sqlite3_busy_timeout(handle_, 0);
+  }
+  ~NoWaiting() {
+    if (before_) sqlite3_busy_timeout(handle_, *before_);
+  }
+  NoWaiting(NoWaiting const&) = delete;
+  NoWaiting& operator=(NoWaiting const&) = delete;
+
+ private:
+  static std::optional<int> timeoutOf(SQLiteConnection& connection) try {
+    SQLiteStatement asked = connection.prepare("PRAGMA busy_timeout");
+    return asked.step() ? std::optional(sqlite3_column_int(asked.handle(), 0)) : std::nullopt;
+  } catch (DatabaseError const& error) {
+    if (!error.isCancellation()) throw;
+    return std::nullopt;
+  }
+
+  sqlite3* const handle_;
+  std::optional<int> const before_;  // milliseconds
+};
+
+void copyPages(SQLiteConnection& source, SQLiteConnection const& copy, std::stop_token const& task) {
+  NoWaiting const scope(source);
   sqlite3_backup* const backup = sqlite3_backup_init(copy.handle(), "main", source.handle(), "main");
   if (!backup) throw copy.error(sqlite3_errcode(copy.handle()));
   int stepped = SQLITE_OK;
@@ -78,7 +107,7 @@ void requireOpen(AtomicFile const& file) {
 
 /// Nobody sees the copy before it is complete and flushed as a whole, so it needs neither a journal nor a flush on the
 /// way.
-void copyInto(AtomicFile const& file, std::filesystem::path const& path, SQLiteConnection const& source,
+void copyInto(AtomicFile const& file, std::filesystem::path const& path, SQLiteConnection& source,
               std::stop_token const& task) {
   NoCompanions const after{path};
   auto const copy = SQLiteConnection::open(path, {.readOnly = false});
@@ -104,7 +133,7 @@ void publish(AtomicFile& file, std::filesystem::path const& path) try {
 }
 
 /// The copy stands in a hidden sibling until it is whole: a partial one must never count as a backup.
-void writeCopy(SQLiteConnection const& source, std::filesystem::path const& path, std::stop_token const& task) {
+void writeCopy(SQLiteConnection& source, std::filesystem::path const& path, std::stop_token const& task) {
   AtomicFile file = newFile(path);
   copyInto(file, path.parent_path() / file.sibling(), source, task);
   publish(file, path);
@@ -153,6 +182,7 @@ void prune(std::filesystem::path const& directory, std::filesystem::path const& 
 
 std::filesystem::path makeBackup(SQLiteConnection& connection, std::filesystem::path const& directory,
                                  std::stop_token task) {
+  if (holdsNUL(directory)) failToOpen();  // the folder would be made under a name that ends there
   std::filesystem::create_directories(directory);
   std::filesystem::path const path = std::filesystem::absolute(directory) / newName();
   writeCopy(connection, path, task);

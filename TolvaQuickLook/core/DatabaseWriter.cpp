@@ -41,6 +41,25 @@ void requireNamedFile(SQLiteConnection const& connection) {
   if (moved) throw DatabaseError(sqlite3_errstr(SQLITE_READONLY_DBMOVED), SQLITE_READONLY_DBMOVED);
 }
 
+/// SQLite takes a quoted name that is no column for a string, and the index for one on that: no row would differ from
+/// another. Here it fails for a scope. The other changes may hold such strings, of a person or of an old schema.
+class ColumnsOnly {
+ public:
+  ColumnsOnly(SQLiteConnection const& connection, SchemaChange const& change) : handle_(connection.handle()) {
+    sqlite3_db_config(handle_, SQLITE_DBCONFIG_DQS_DDL, -1, &before_);
+    if (std::holds_alternative<SchemaChange::CreateIndex>(change.asCase())) set(0);
+  }
+  ~ColumnsOnly() { set(before_); }
+  ColumnsOnly(ColumnsOnly const&) = delete;
+  ColumnsOnly& operator=(ColumnsOnly const&) = delete;
+
+ private:
+  void set(int allowed) { sqlite3_db_config(handle_, SQLITE_DBCONFIG_DQS_DDL, allowed, nullptr); }
+
+  sqlite3* const handle_;
+  int before_ = 1;
+};
+
 // SQL ----------------------------------------------------------------------------------------------
 
 /// Each name quoted and followed by `behind`.
@@ -303,6 +322,7 @@ std::filesystem::path DatabaseWriter::modifySchema(SchemaChange const& change,
   std::filesystem::path backup = makeBackup(connection, backupDirectory, task);
   auto const applyChange = [&] {
     requireNamedFile(connection);
+    ColumnsOnly const strict(connection, change);
     connection.execute(sql);
   };
   connection.transaction(applyChange, task);

@@ -81,6 +81,8 @@ class TOLVA_EXPORT DatabaseWriter {
   /// Makes a backup in `backupDirectory` (`makeBackup`), then the change in a transaction, and returns the path of the
   /// backup, which stays when the change fails. A failed backup changes nothing. A change with a NUL in a name, type or
   /// default is refused before that: SQLite would read its SQL no further.
+  ///
+  /// Only `task` stops the backup: a cancel through `cancellation` is lost, and the change is made.
   std::filesystem::path modifySchema(SchemaChange const& change, std::filesystem::path const& backupDirectory,
                                      std::stop_token task);
 

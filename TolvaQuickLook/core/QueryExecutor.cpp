@@ -63,6 +63,14 @@ bool hasLostItsName(SQLiteConnection const& connection) {
   return moved != 0;
 }
 
+/// Whether a script has locked the file for itself (https://sqlite.org/pragma.html#pragma_locking_mode), so that nobody
+/// else can have written since, nor can read. The mode itself does not tell: the lock comes later.
+bool keepsOthersOut(SQLiteConnection const& connection) {
+  int lock = SQLITE_LOCK_NONE;
+  sqlite3_file_control(connection.handle(), "main", SQLITE_FCNTL_LOCKSTATE, &lock);
+  return lock == SQLITE_LOCK_EXCLUSIVE;
+}
+
 /// Another connection to the same file, which reads it as it is now.
 std::shared_ptr<SQLiteConnection> anotherOn(SQLiteConnection const& connection) {
   return SQLiteConnection::open(sqlite3_db_filename(connection.handle(), "main"), {.readOnly = true});
@@ -104,6 +112,10 @@ Copied copyRows(SQLiteStatement& result, QuerySpool::Writer& spool, RowSelection
     bytes += spool.add(position, result);
   }
   return {position, false};
+}
+
+std::int64_t endOfPage(std::int64_t offset) {
+  return std::min(offset, std::numeric_limits<std::int64_t>::max() - QueryExecutor::pageRows) + QueryExecutor::pageRows;
 }
 
 [[noreturn]] void failAsGone() { throw DatabaseError("Query result is no longer available."); }
@@ -174,8 +186,7 @@ QueryPage QueryExecutor::start(std::string_view sql, std::optional<std::filesyst
     done_ = true;
     return emptyPage();
   }
-  spool_ = std::make_unique<QuerySpool>();
-  return pageAt(0, task);
+  return firstPage(task);
 }
 
 /// Comments and texts count: a backup too many does no harm.
@@ -189,12 +200,14 @@ void QueryExecutor::backUpBefore(std::string_view sql, std::optional<std::filesy
 /// Whether a result that still stands between two rows keeps the connection at what the database was when it began,
 /// while the script would see what others have written since. Inside a transaction the script sees no more either.
 bool QueryExecutor::holdsOldSnapshot() const {
-  return statement_ && sqlite3_get_autocommit(connection_->handle()) && !hasLostItsName(*connection_);
+  return statement_ && sqlite3_get_autocommit(connection_->handle()) && !hasLostItsName(*connection_) &&
+         !keepsOthersOut(*connection_);
 }
 
 /// Runs the statements before the result's, which is kept before its first step. False if there is none.
 bool QueryExecutor::runToResult(QueryScript& script, std::stop_token const& task) {
   while (std::optional<SQLiteStatement> statement = script.next(connection_)) {
+    checkCancellation(task);
     std::int32_t const before = sqlite3_total_changes(connection_->handle());
     if (connection_->readOnly() && !reads(*statement))
       throw DatabaseError("This object is read-only.", SQLITE_READONLY);
@@ -214,11 +227,11 @@ void QueryExecutor::runToEnd(SQLiteStatement& statement, std::int32_t changesBef
   noteChangesSince(changesBefore);
 } catch (...) {
   abandon(statement);
-  noteChangesSince(changesBefore);
   throw;
 }
 
-/// SQLite's count has 32 bits and wraps.
+/// To be called once a statement has ended, and of no other: SQLite counts what triggers change at once and does not
+/// take that back with the statement. Its count has 32 bits and wraps.
 void QueryExecutor::noteChangesSince(std::int32_t before) {
   auto const now = static_cast<std::uint32_t>(sqlite3_total_changes(connection_->handle()));
   affected_ += static_cast<std::int32_t>(now - static_cast<std::uint32_t>(before));
@@ -231,10 +244,19 @@ QueryPage QueryExecutor::page(std::int64_t offset, std::stop_token task) {
   return pageAt(offset, task);
 }
 
+/// A run that ends before its statement began must not leave that to a later page, which would still make its changes.
+QueryPage QueryExecutor::firstPage(std::stop_token const& task) try {
+  spool_ = std::make_unique<QuerySpool>();
+  return pageAt(0, task);
+} catch (...) {
+  statement_.reset();
+  throw;
+}
+
 QueryPage QueryExecutor::pageAt(std::int64_t offset, std::stop_token const& task) {
   checkCancellation(task);
   if (!spool_) return emptyPage();
-  std::int64_t const end = std::min(offset, std::numeric_limits<std::int64_t>::max() - pageRows) + pageRows;
+  std::int64_t const end = endOfPage(offset);
   fetchUpTo(end, task);
   std::vector<Row> rows = spool_->rows(offset, end);
   bool const finished = done_ && offset + std::ssize(rows) >= fetched_;
@@ -254,19 +276,20 @@ QueryPage QueryExecutor::emptyPage() const {
 void QueryExecutor::fetchUpTo(std::int64_t target, std::stop_token const& task) {
   if (!statement_) return;
   HeapLimits const kept;
-  auto const copy = [&result = *statement_, first = fetched_, target, &task](QuerySpool::Writer& spool) {
-    return copyRows(result, spool, {first, target}, task);
+  Copied copied{.fetched = fetched_, .ended = false};
+  auto const copy = [&copied, &result = *statement_, target, &task](QuerySpool::Writer& spool) {
+    copied = copyRows(result, spool, {copied.fetched, target}, task);
   };
   try {
-    auto const [fetched, ended] = spool_->fill(copy, task);
-    fetched_ = fetched;
-    done_ = ended;
+    spool_->fill(copy, task);
   } catch (...) {
     abandon(*statement_);
-    noteChangesSince(changesBefore_);
+    if (copied.ended) noteChangesSince(changesBefore_);
     statement_.reset();
     throw;
   }
+  fetched_ = copied.fetched;
+  done_ = copied.ended;
   if (!done_) return;
   noteChangesSince(changesBefore_);
   statement_.reset();
@@ -289,23 +312,30 @@ CellPreview QueryExecutor::preview(std::int64_t row, std::int64_t column, std::s
 std::vector<Row> QueryExecutor::selectedRows(RowSelection const& positions, std::stop_token task) {
   Turn const turn(turns_);
   copiedRows.check(positions.count());
+  checkCancellation(task);
   std::vector<Row> selected;
   std::int64_t bytes = 0;
   for (RowSelection::Range const& range : positions.ranges()) {
     for (std::int64_t cursor = range.first; cursor < range.end;) {
-      std::vector<Row> rows = pageAt(cursor, task).rows;
-      std::int64_t const taken = std::min<std::int64_t>(std::ssize(rows), range.end - cursor);
-      if (taken == 0) throw DatabaseError("The selected query rows are no longer available. Run the query again.");
-      rows.resize(static_cast<std::size_t>(taken));
+      std::vector<Row> rows = rowsBetween(cursor, range.end, task);
+      if (rows.empty()) throw DatabaseError("The selected query rows are no longer available. Run the query again.");
+      cursor += std::ssize(rows);
       for (Row& row : rows) {
         for (SQLiteValue const& value : row) bytes += value.memorySize();
         copiedBytes.check(bytes);
         selected.push_back(std::move(row));
       }
-      cursor += taken;
     }
   }
   return selected;
+}
+
+/// Those of the page at `first` that lie before `end`: most rows of a page may be none of the selection's.
+std::vector<Row> QueryExecutor::rowsBetween(std::int64_t first, std::int64_t end, std::stop_token const& task) {
+  checkCancellation(task);
+  if (!spool_) return {};
+  fetchUpTo(endOfPage(first), task);
+  return spool_->rows(first, std::min(end, endOfPage(first)));
 }
 
 }  // namespace tolva

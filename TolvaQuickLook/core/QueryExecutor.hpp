@@ -31,11 +31,13 @@ class SQLiteStatement;
 /// Runs SQL that a person typed, on a connection of its own, and shows a result of any length page by page.
 ///
 /// A serial service: each operation waits for its turn and blocks until it has an answer, so call it from a worker
-/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows.
-/// SQLite's failures pass through as `DatabaseError`.
+/// thread. `cancellation()->cancel()`, from any thread, stops the statement that runs; `task` is checked between rows
+/// and between statements. SQLite's failures pass through as `DatabaseError`.
 ///
 /// A statement that reads is stepped no further than the pages that were asked for, and until its end it keeps a read
-/// transaction open, which can hold back a checkpoint; `close` ends it. A script may not ATTACH or DETACH, nor VACUUM,
+/// transaction open, between two pages too; `close` ends it. In WAL mode that can hold back a checkpoint; with a rollback
+/// journal every writer finds the database locked (code 5), a `DatabaseWriter` of the same program included. A cancel
+/// between two pages stops the statement as well: the next page that needs more rows fails with code 9. A script may not ATTACH or DETACH, nor VACUUM,
 /// which attaches, and not set `query_only`, `writable_schema` or `foreign_keys`: "not authorized" (code 23), of VACUUM
 /// "authorization denied".
 ///
@@ -70,7 +72,7 @@ class TOLVA_EXPORT QueryExecutor {
   ///
   /// A statement that writes and is stopped between two rows, by `task` or because its rows cannot be kept, changes
   /// nothing; in a transaction of the script its changes stay in that. When the failure comes after its last row, its
-  /// changes stand: `affected` of the later pages counts them. So it does whatever stands.
+  /// changes stand. `affected` of the later pages counts the statements that came to their end, and no other.
   ///
   /// A cancelled `task` throws `TaskCancelled`, a statement that `cancellation` stopped `DatabaseError` with code 9,
   /// and so does a `task` that is cancelled during the backup; a cancel through `cancellation` does not stop the
@@ -106,8 +108,11 @@ class TOLVA_EXPORT QueryExecutor {
   bool runToResult(QueryScript& script, std::stop_token const& task) REQUIRES(turns_);
   void runToEnd(SQLiteStatement& statement, std::int32_t changesBefore, std::stop_token const& task) REQUIRES(turns_);
   void noteChangesSince(std::int32_t before) REQUIRES(turns_);
+  QueryPage firstPage(std::stop_token const& task) REQUIRES(turns_);
   QueryPage pageAt(std::int64_t offset, std::stop_token const& task) REQUIRES(turns_);
   QueryPage emptyPage() const REQUIRES(turns_);
+  std::vector<std::vector<SQLiteValue>> rowsBetween(std::int64_t first, std::int64_t end, std::stop_token const& task)
+      REQUIRES(turns_);
   void fetchUpTo(std::int64_t target, std::stop_token const& task) REQUIRES(turns_);
 
   TurnQueue turns_;

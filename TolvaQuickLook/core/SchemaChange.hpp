@@ -48,6 +48,8 @@ class TOLVA_EXPORT SchemaChange {
     bool operator==(CreateIndex const&) const = default;
   };
 
+  /// Also deletes, or sets to NULL, the rows of other tables whose foreign keys say so (ON DELETE CASCADE). A backup
+  /// that was made before holds them.
   struct DropTable {
     std::string name;
     bool operator==(DropTable const&) const = default;

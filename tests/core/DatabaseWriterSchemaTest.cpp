@@ -100,11 +100,108 @@ TEST(DatabaseWriterSchema, KeepsTheBackupOfAChangeThatFails) {
   }
 }
 
+TEST(DatabaseWriterSchema, DropsATableWithTheRowsThatHangOnIt) {
+  Scene scene(
+      "CREATE TABLE p(id INTEGER PRIMARY KEY); CREATE TABLE gone(id REFERENCES p ON DELETE CASCADE); "
+      "CREATE TABLE freed(id REFERENCES p ON DELETE SET NULL); "
+      "INSERT INTO p VALUES (1); INSERT INTO gone VALUES (1); INSERT INTO freed VALUES (1);");
+  std::string const content = "SELECT count(*), 'gone' FROM gone; SELECT count(id), 'freed' FROM freed";
+  std::filesystem::path const backup = scene.modify(SchemaChange::DropTable{"p"});
+  EXPECT_EQ(scene.database.rows(content), "0|gone\n0|freed");
+  EXPECT_EQ(rowsAsText(backup, content), "1|gone\n1|freed");
+}
+
 /// Only the first statement of the text runs.
 TEST(DatabaseWriterSchema, CutsADefaultThatGoesOnWithAnotherStatement) {
   Scene scene;
   scene.modify(SchemaChange::AddColumn{"t", {.name = "c", .type = "INT", .defaultSQL = "1; DROP TABLE t"}});
   EXPECT_EQ(scene.database.rows("SELECT a, b, c FROM t"), "1|2|1");
+}
+
+RefusedCase const unfitCases[] = {
+    {"a column of a view", SchemaChange::AddColumn{"v", {.name = "c", .type = "INT"}},
+     DatabaseError(R"(Cannot add a column to a view [ALTER TABLE "v" ADD COLUMN "c" INT])", 1)},
+    {"a view as a table", SchemaChange::DropTable{"v"},
+     DatabaseError(R"(use DROP VIEW to delete view v [DROP TABLE "v"])", 1)},
+    {"another name for a view", SchemaChange::RenameTable{"v", "w"},
+     DatabaseError(R"(view v may not be altered [ALTER TABLE "v" RENAME TO "w"])", 1)},
+    {"another name in a view", SchemaChange::RenameColumn{"v", "a", "c"},
+     DatabaseError(R"(cannot rename columns of view "v" [ALTER TABLE "v" RENAME COLUMN "a" TO "c"])", 1)},
+    {"an index on a view", SchemaChange::CreateIndex{"j", "v", "a"},
+     DatabaseError(R"(views may not be indexed [CREATE INDEX "j" ON "v" ("a")])", 1)},
+    {"a column of a virtual table", SchemaChange::AddColumn{"x", {.name = "c", .type = "INT"}},
+     DatabaseError(R"(virtual tables may not be altered [ALTER TABLE "x" ADD COLUMN "c" INT])", 1)},
+    {"another name in a virtual table", SchemaChange::RenameColumn{"x", "a", "c"},
+     DatabaseError(R"(cannot rename columns of virtual table "x" [ALTER TABLE "x" RENAME COLUMN "a" TO "c"])", 1)},
+    {"an index on a virtual table", SchemaChange::CreateIndex{"j", "x", "a"},
+     DatabaseError(R"(virtual tables may not be indexed [CREATE INDEX "j" ON "x" ("a")])", 1)},
+    {"another name for no column", SchemaChange::RenameColumn{"t", "z", "c"},
+     DatabaseError(R"(no such column: ""z"" [ALTER TABLE "t" RENAME COLUMN "z" TO "c"])", 1)},
+    {"an index on no column", SchemaChange::CreateIndex{"j", "t", "z"},
+     DatabaseError(R"(no such column: z [CREATE INDEX "j" ON "t" ("z")])", 1)},
+    {"an index on the empty name", SchemaChange::CreateIndex{"j", "t", ""},
+     DatabaseError(R"(no such column:  [CREATE INDEX "j" ON "t" ("")])", 1)},
+    {"the empty name of no table", SchemaChange::DropTable{""}, DatabaseError(R"(no such table:  [DROP TABLE ""])", 1)},
+    {"the empty name of no index", SchemaChange::DropIndex{""}, DatabaseError(R"(no such index:  [DROP INDEX ""])", 1)},
+    {"a table without columns", SchemaChange::CreateTable{"n", {}},
+     DatabaseError("near \")\": syntax error [CREATE TABLE \"n\" ()]", 1)},
+    {"a name that SQLite keeps for itself", SchemaChange::CreateTable{"sqlite_n", {{.name = "a", .type = "INT"}}},
+     DatabaseError(R"(object name reserved for internal use: sqlite_n [CREATE TABLE "sqlite_n" ("a" INT)])", 1)},
+    {"the schema itself", SchemaChange::DropTable{"sqlite_schema"},
+     DatabaseError(R"(table sqlite_master may not be dropped [DROP TABLE "sqlite_schema"])", 1)},
+};
+
+TEST(DatabaseWriterSchema, RefusesWhatDoesNotFit) {
+  Scene scene("CREATE TABLE t(a, b); CREATE VIEW v AS SELECT a FROM t; CREATE VIRTUAL TABLE x USING fts5(a);");
+  std::string const before = scene.schema();
+  for (RefusedCase const& one : unfitCases) {
+    SCOPED_TRACE(one.says);
+    EXPECT_EQ(failureOf([&] { scene.modify(one.change); }), one.failure);
+    EXPECT_EQ(scene.schema(), before);
+  }
+}
+
+/// SQLite takes any bytes for a name, and none.
+TEST(DatabaseWriterSchema, TakesNamesThatAreEmptyOrNoUTF8) {
+  for (std::string const name : {"", "n\xff", "\xc3"}) {
+    SCOPED_TRACE(name);
+    Scene scene;
+    scene.modify(SchemaChange::CreateTable{name, {{.name = name, .type = "INT"}}});
+    scene.modify(SchemaChange::CreateIndex{name + "j", name, name});
+    scene.modify(SchemaChange::RenameColumn{name, name, "c"});
+    scene.modify(SchemaChange::RenameTable{name, "u"});
+    EXPECT_EQ(scene.database.rows("INSERT INTO u(c) VALUES (1); SELECT c FROM u"), "1");
+    scene.modify(SchemaChange::DropIndex{name + "j"});
+    scene.modify(SchemaChange::RenameTable{"u", name});
+    scene.modify(SchemaChange::DropTable{name});
+    EXPECT_EQ(scene.schema(), "CREATE INDEX i ON t(a)\nCREATE TABLE t(a, b)");
+  }
+}
+
+/// SQLite would take its name for a string, and in a unique index on that there is room for one row alone.
+TEST(DatabaseWriterSchema, MakesNoIndexOnAColumnThatIsNotThere) {
+  for (bool const unique : {false, true}) {
+    SCOPED_TRACE(unique);
+    Scene scene;
+    ASSERT_EQ(SQLitePeer(scene.database.path()).exec("ALTER TABLE t DROP COLUMN b"), "ok");
+    std::string const before = scene.schema();
+    std::string const sql = std::string("CREATE ") + (unique ? "UNIQUE " : "") + R"(INDEX "j" ON "t" ("b"))";
+    EXPECT_EQ(failureOf([&] {
+                scene.modify(SchemaChange::CreateIndex{"j", "t", "b", unique});
+              }),
+              DatabaseError("no such column: b [" + sql + "]", 1));
+    EXPECT_EQ(scene.schema(), before);
+    EXPECT_EQ(scene.backupCount(), 1);
+  }
+}
+
+/// What a person types reaches SQLite as it stands.
+TEST(DatabaseWriterSchema, LetsATypeHoldAStringInDoubleQuotes) {
+  Scene scene;
+  failureOf([&] { scene.modify(SchemaChange::CreateIndex{"j", "t", "absent"}); });
+  scene.modify(SchemaChange::CreateTable{"u", {{.name = "x", .type = R"(TEXT CHECK (x <> "no"))"}}});
+  scene.modify(SchemaChange::RenameTable{"u", "w"});
+  EXPECT_EQ(scene.database.rows("INSERT INTO w VALUES ('yes'); SELECT x FROM w"), "yes");
 }
 
 /// SQLite would read as far as the NUL and take that for the whole.

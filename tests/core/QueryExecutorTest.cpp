@@ -4,16 +4,19 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <atomic>
 #include <cmath>
 #include <fstream>
 #include <sstream>
 #include <thread>
 
+#include "core/DatabaseWriter.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/HangingHelpers.hpp"
+#include "support/HostHeapLimits.hpp"
 #include "support/NoTask.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/TemporaryDatabase.hpp"
@@ -182,6 +185,35 @@ TEST(QueryExecutor, StopsAScriptAtTheStatementThatFails) {
   EXPECT_EQ(rowsOf(scene.start("SELECT count(*) FROM t")), "4");
 }
 
+struct CountCase {
+  char const* says;
+  char const* sql;  // its last statement fails
+  std::int64_t affected;
+  char const* content;  // of the table afterwards
+};
+
+/// Two changes come of each row that is inserted: a trigger writes down what is.
+CountCase const countCases[] = {
+    {"a change", "INSERT INTO t VALUES (4); INSERT INTO t SELECT 10 + a FROM t UNION ALL SELECT 1", 2, "1,2,3,4"},
+    {"a change with rows",
+     "INSERT INTO t VALUES (4); INSERT INTO t SELECT 10 + a FROM t UNION ALL SELECT 1 RETURNING a", 2, "1,2,3,4"},
+    {"one that keeps what it did", "INSERT OR FAIL INTO t VALUES (4), (1)", 0, "1,2,3,4"},
+    {"one that undoes the script's transaction",
+     "BEGIN; INSERT INTO t VALUES (4); INSERT OR ROLLBACK INTO t VALUES (4)", 2, "1,2,3"},
+};
+
+TEST(QueryExecutor, CountsNothingOfTheStatementThatFails) {
+  for (CountCase const& one : countCases) {
+    SCOPED_TRACE(one.says);
+    Scene scene(
+        "CREATE TABLE t(a UNIQUE); INSERT INTO t VALUES (1),(2),(3); CREATE TABLE log(a); "
+        "CREATE TRIGGER g AFTER INSERT ON t BEGIN INSERT INTO log VALUES (new.a); END");
+    EXPECT_EQ(failureOf([&] { scene.start(one.sql); }), DatabaseError("UNIQUE constraint failed: t.a", 2067));
+    EXPECT_EQ(scene.page(0).affected, one.affected);
+    EXPECT_EQ(scene.database.rows("SELECT group_concat(a) FROM (SELECT a FROM t ORDER BY a)"), one.content);
+  }
+}
+
 TEST(QueryExecutor, RefusesAScriptWithANULBeforeAnythingRuns) {
   Scene scene;
   scene.start("SELECT 'before'");
@@ -251,6 +283,25 @@ TEST(QueryExecutor, EndsTheReadTransactionWithTheResult) {
   EXPECT_EQ(peer.rows("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
 }
 
+TEST(QueryExecutor, LocksWritersOfARollbackJournalOutUntilTheEndOfTheResult) {
+  Scene scene("CREATE TABLE t(a);" + numbers(2'000) + "INSERT INTO t SELECT i FROM n");
+  SQLitePeer peer(scene.database.path());
+  DatabaseWriter writer;
+  writer.open(scene.database.path());
+  auto const rename = [&](char const* from, char const* to) {
+    writer.modifySchema(SchemaChange(SchemaChange::RenameColumn{"t", from, to}), scene.backups, noTask);
+  };
+  ASSERT_FALSE(scene.start("SELECT a FROM t").finished);
+  EXPECT_EQ(peer.exec("INSERT INTO t VALUES (0)"), "error 5 database is locked");
+  EXPECT_EQ(failureOf([&] { rename("a", "b"); }), DatabaseError("database is locked [COMMIT]", 5));
+  for (std::int64_t const offset : {500, 1'000, 1'500, 2'000}) scene.page(offset);
+  EXPECT_EQ(peer.exec("INSERT INTO t VALUES (0)"), "ok");
+  scene.start("SELECT a FROM t");
+  scene.executor.close();
+  rename("a", "b");
+  EXPECT_EQ(scene.database.rows("SELECT count(b) FROM t"), "2001");
+}
+
 // What a script may not do -----------------------------------------------------------------------------
 
 struct RefusedCase {
@@ -301,23 +352,9 @@ TEST(QueryExecutor, LetsTheGuardedPragmasBeRead) {
   }
 }
 
-/// The limits that the host program itself has set, for a scope.
-struct HostLimits {
-  HostLimits(std::int64_t hard, std::int64_t soft) {
-    sqlite3_hard_heap_limit64(hard);
-    sqlite3_soft_heap_limit64(soft);
-  }
-  ~HostLimits() {
-    sqlite3_hard_heap_limit64(0);
-    sqlite3_soft_heap_limit64(0);
-  }
-  HostLimits(HostLimits const&) = delete;
-  HostLimits& operator=(HostLimits const&) = delete;
-};
-
 /// SQLite keeps them for the whole process.
 TEST(QueryExecutor, LeavesNoLimitOfMemoryBehind) {
-  HostLimits const limits(std::int64_t{1} << 40, std::int64_t{1} << 39);
+  HostHeapLimits const limits(std::int64_t{1} << 40, std::int64_t{1} << 39);
   for (char const* const sql :
        {"PRAGMA hard_heap_limit = 50000000", "PRAGMA soft_heap_limit = 50000000",
         "PRAGMA soft_heap_limit = 1; SELECT 1", "SELECT * FROM pragma_hard_heap_limit(50000000)",
@@ -325,8 +362,7 @@ TEST(QueryExecutor, LeavesNoLimitOfMemoryBehind) {
     SCOPED_TRACE(sql);
     Scene scene;
     failureOf([&] { scene.start(sql); });
-    EXPECT_EQ(sqlite3_hard_heap_limit64(-1), std::int64_t{1} << 40);
-    EXPECT_EQ(sqlite3_soft_heap_limit64(-1), std::int64_t{1} << 39);
+    EXPECT_TRUE(limits.stand());
   }
 }
 
@@ -373,6 +409,36 @@ TEST(QueryExecutor, BacksUpWhatOthersWroteSinceTheLastPage) {
             "2001|precious");
 }
 
+struct ExclusiveCase {
+  char const* mode;
+  char const* sql;  // before a result that stands
+};
+
+ExclusiveCase const exclusiveCases[] = {
+    {"DELETE", "PRAGMA locking_mode = EXCLUSIVE"},
+    {"DELETE", "PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+    {"WAL", "PRAGMA locking_mode = EXCLUSIVE"},
+    {"WAL", "PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+    {"WAL", "INSERT INTO t VALUES (0); PRAGMA locking_mode = EXCLUSIVE"},
+    {"WAL", "SELECT * FROM t; PRAGMA locking_mode = EXCLUSIVE; INSERT INTO t VALUES (0)"},
+};
+
+/// A peer may write or not.
+TEST(QueryExecutor, BacksUpADatabaseThatItsScriptHasLocked) {
+  for (ExclusiveCase const& one : exclusiveCases) {
+    SCOPED_TRACE(std::string(one.mode) + " " + one.sql);
+    Scene scene("PRAGMA journal_mode = " + std::string(one.mode) + "; CREATE TABLE t(a);" + numbers(2'000) +
+                "INSERT INTO t SELECT i FROM n");
+    scene.start(one.sql);
+    ASSERT_FALSE(scene.start("SELECT a FROM t").finished);
+    SQLitePeer(scene.database.path()).exec("INSERT INTO t VALUES (-1)");
+    std::string const content = "SELECT count(*) || ' ' || min(a) FROM t";
+    scene.startWithBackups(content + " -- before DROP");
+    ASSERT_EQ(scene.backupCount(), 1);
+    EXPECT_EQ(rowsAsText(std::filesystem::directory_iterator(scene.backups)->path(), content), rowsOf(scene.page(0)));
+  }
+}
+
 TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
   Scene scene;
   scene.start("BEGIN; INSERT INTO t VALUES (4)");
@@ -383,6 +449,15 @@ TEST(QueryExecutor, RunsNothingWhenTheBackupFails) {
   EXPECT_EQ(scene.backupCount(), 0);
   scene.start("ROLLBACK");
   scene.startWithBackups("DROP TABLE t");
+  EXPECT_EQ(scene.backupCount(), 1);
+}
+
+TEST(QueryExecutor, BacksUpAfterACancelBetweenTwoPages) {
+  Scene scene;
+  scene.start("BEGIN");
+  ASSERT_FALSE(scene.start(numbers(2'000) + "SELECT i FROM n, (SELECT a FROM t LIMIT 1)").finished);
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(rowsOf(scene.startWithBackups("SELECT 'no DROP'")), "no DROP");
   EXPECT_EQ(scene.backupCount(), 1);
 }
 
@@ -562,6 +637,7 @@ TEST(QueryExecutor, NoticesACancelledTask) {
   EXPECT_THROW(scene.executor.page(0, cancelledTask()), TaskCancelled);
   EXPECT_THROW(scene.executor.preview(0, 0, cancelledTask()), TaskCancelled);
   EXPECT_THROW(scene.executor.selectedRows({{0, 1}}, cancelledTask()), TaskCancelled);
+  EXPECT_THROW(scene.executor.selectedRows({}, cancelledTask()), TaskCancelled);
   EXPECT_EQ(rowsOf(scene.page(0)), "1\n2\n3");
 }
 
@@ -595,6 +671,43 @@ TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenRows) {
   EXPECT_FALSE(scene.page(500).finished);
 }
 
+/// Requests the stop of the task at the opening of a connection: of the spool's, when the executor's stands.
+int stopTaskAtOpening(sqlite3*, char const**, sqlite3_api_routines const*) {
+  stoppedBySQL.request_stop();
+  return SQLITE_OK;
+}
+
+TEST(QueryExecutor, RunsNothingLaterOfAScriptThatWasCancelledBeforeItsResult) {
+  Scene scene;
+  stoppedBySQL = {};
+  Extension const extension(stopTaskAtOpening);
+  EXPECT_THROW(scene.executor.start("DELETE FROM t RETURNING a", {}, stoppedBySQL.get_token()), TaskCancelled);
+  QueryPage const page = scene.page(0);
+  EXPECT_TRUE(page.rows.empty());
+  EXPECT_FALSE(page.finished);
+  EXPECT_EQ(scene.database.rows("SELECT count(*) FROM t"), "3");
+}
+
+/// A statement without rows that stops its task runs to its end all the same.
+TEST(QueryExecutor, NoticesATaskThatIsCancelledBetweenStatements) {
+  Extension const extension(installStopTask);
+  std::string const stopped = "INSERT INTO t VALUES (4); INSERT INTO t SELECT 5 WHERE stop_task(700) IS NULL; ";
+  for (char const* const rest : {"DELETE FROM t; DELETE FROM t", "DELETE FROM t RETURNING a", "SELECT a FROM t"}) {
+    SCOPED_TRACE(rest);
+    Scene scene;
+    stoppedBySQL = {};
+    EXPECT_THROW(scene.executor.start(stopped + rest, {}, stoppedBySQL.get_token()), TaskCancelled);
+    QueryPage const page = scene.page(0);
+    EXPECT_EQ(page.columns, Names{});
+    EXPECT_TRUE(page.rows.empty());
+    EXPECT_EQ(page.affected, 2);
+    EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1\n2\n3\n4\n5");
+  }
+  Scene scene;
+  stoppedBySQL = {};
+  EXPECT_EQ(scene.executor.start(stopped, {}, stoppedBySQL.get_token()).affected, 2) << "nothing was left to stop";
+}
+
 struct StoppedCase {
   char const* says;
   char const* before;  // a script that runs before
@@ -610,9 +723,9 @@ StoppedCase const stoppedCases[] = {
     {"rows that are dropped", "", "DELETE FROM t RETURNING stop_task(700); SELECT 1", "1,2,3", 0},
     {"behind another change", "", "INSERT INTO t VALUES (4); DELETE FROM t RETURNING stop_task(700)", "1,2,3,4", 1},
     {"a result in a transaction of the script", "BEGIN; INSERT INTO t VALUES (4)",
-     "DELETE FROM t WHERE a < 3 RETURNING a, stop_task(700)", "3,4", 2},
+     "DELETE FROM t WHERE a < 3 RETURNING a, stop_task(700)", "3,4", 0},
     {"dropped rows in a transaction of the script", "BEGIN; INSERT INTO t VALUES (4)",
-     "DELETE FROM t WHERE a < 3 RETURNING stop_task(700); SELECT 1", "3,4", 2},
+     "DELETE FROM t WHERE a < 3 RETURNING stop_task(700); SELECT 1", "3,4", 0},
 };
 
 TEST(QueryExecutor, TakesBackAChangeThatIsStoppedBetweenRows) {
@@ -653,7 +766,7 @@ TEST(QueryExecutor, TakesBackAChangeWhoseRowsCannotBeKept) {
     QueryPage const page = scene.page(0);
     EXPECT_TRUE(page.rows.empty());
     EXPECT_FALSE(page.finished);
-    EXPECT_EQ(page.affected, within ? 20'000 : 0);
+    EXPECT_EQ(page.affected, 0);
     EXPECT_EQ(rowsOf(scene.start("SELECT count(*) FROM t")), within ? "20000" : "0");
     if (within) scene.start("ROLLBACK");
     EXPECT_EQ(scene.start("INSERT INTO t VALUES (7) RETURNING a").affected, 1);
@@ -684,19 +797,52 @@ TEST(QueryExecutor, CountsAChangeThatHadEndedWhenItsRowsCouldNotBeKept) {
   EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "11\n12\n13");
 }
 
+std::atomic<bool> statementRuns;
+
+/// Gives SQL a function `tell` by which a statement says that it runs.
+int installTell(sqlite3* db, char const**, sqlite3_api_routines const*) {
+  return sqlite3_create_function(
+      db, "tell", 0, SQLITE_UTF8, nullptr,
+      [](sqlite3_context*, int, sqlite3_value**) {
+        statementRuns = true;
+        statementRuns.notify_all();
+      },
+      nullptr, nullptr);
+}
+
 TEST(QueryExecutor, IsInterruptedByItsCancellation) {
+  Extension const extension(installTell);
   Scene scene;
-  std::jthread canceller([&](std::stop_token const& ended) {
-    while (!ended.stop_requested()) {
+  for (char const* const rest : {"", "; SELECT 2"}) {
+    SCOPED_TRACE(rest);
+    statementRuns = false;
+    std::jthread const canceller([&] {
+      statementRuns.wait(false);
       scene.executor.cancellation()->cancel();
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-  });
-  DatabaseError const failure = failureOf([&] { scene.start(numbers(2'000'000'000) + "SELECT count(*) FROM n"); });
-  canceller.request_stop();
-  canceller.join();
-  EXPECT_TRUE(failure.isCancellation());
-  EXPECT_EQ(failure.errorDescription(), "Cancelled");
+    });
+    DatabaseError const failure =
+        failureOf([&] { scene.start(numbers(2'000'000'000) + "SELECT count(coalesce(tell(), i)) FROM n" + rest); });
+    EXPECT_EQ(failure, DatabaseError("interrupted", 9));
+    EXPECT_EQ(failure.errorDescription(), "Cancelled");
+    EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
+  }
+}
+
+/// Between two pages the statement is still running.
+TEST(QueryExecutor, TakesACancelBetweenTwoPagesForTheRestOfTheResult) {
+  Scene scene;
+  ASSERT_FALSE(scene.start(numbers(2'000) + "SELECT i FROM n").finished);
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(scene.page(0).rows.size(), 500U) << "needs no more rows";
+  EXPECT_EQ(failureOf([&] { scene.page(500); }), DatabaseError("interrupted", 9));
+  EXPECT_EQ(scene.page(0).rows.size(), 500U);
+  EXPECT_TRUE(scene.page(500).rows.empty());
+  EXPECT_FALSE(scene.page(500).finished);
+  scene.start(numbers(2'000) + "SELECT i FROM n");
+  scene.executor.cancellation()->cancel();
+  EXPECT_TRUE(scene.start(numbers(499) + "SELECT i FROM n").finished) << "another script is not what was cancelled";
+  scene.executor.cancellation()->cancel();
+  EXPECT_EQ(scene.page(0).rows.size(), 499U) << "nothing was running";
   EXPECT_EQ(rowsOf(scene.start("SELECT 1")), "1");
 }
 
@@ -825,6 +971,30 @@ TEST(QueryExecutor, CopiesTheRowsOfASelection) {
               scene.executor.selectedRows({{0, 10'001}}, noTask);
             }),
             DatabaseError("Select at most 10,000 query rows to copy.", 1));
+}
+
+std::int64_t rowsRead;  // of all statements of the connections that the tests watch
+
+int installRowsRead(sqlite3* db, char const**, sqlite3_api_routines const*) {
+  return sqlite3_trace_v2(
+      db, SQLITE_TRACE_ROW,
+      [](unsigned, void*, void*, void*) {
+        ++rowsRead;
+        return 0;
+      },
+      nullptr);
+}
+
+TEST(QueryExecutor, ReadsOnlyTheRowsThatItCopies) {
+  Scene scene;
+  Extension const extension(installRowsRead);  // in the spool's connection alone
+  scene.start(numbers(4'000) + "SELECT i FROM n");
+  ASSERT_TRUE(scene.page(4'000).finished);
+  RowSelection alternate;
+  for (std::int64_t position = 0; position < 4'000; position += 2) alternate.insert(position);
+  rowsRead = 0;
+  EXPECT_EQ(scene.executor.selectedRows(alternate, noTask).size(), 2'000U);
+  EXPECT_EQ(rowsRead, 2'000);
 }
 
 TEST(QueryExecutor, CopiesNoRowsThatAreNotThere) {
