@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transfer/CSVStream.hpp"
 
-#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <random>
 #include <stdexcept>
 
@@ -370,7 +370,8 @@ std::string jsonString(std::string_view text) {
     if (auto const at = named.find(character); at != named.npos) {
       json += {'\\', "\"\\bfnrt"[at]};
     } else if (static_cast<unsigned char>(character) < 0x20) {
-      json += fmt::format("\\u{:04x}", static_cast<int>(character));
+      json += "\\u00";
+      json += hexText(std::array{static_cast<std::uint8_t>(character)});
     } else {
       json += character;
     }
