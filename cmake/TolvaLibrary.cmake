@@ -52,7 +52,13 @@ set(TOLVA_PUBLIC_HEADERS
   preview/PluginInspectorDate.hpp
   preview/PreviewHelpers.hpp
   preview/PreviewTreeNode.hpp
-  preview/StructuredCellPreview.hpp)
+  preview/StructuredCellPreview.hpp
+  transfer/CSVOptions.hpp
+  transfer/CSVStream.hpp
+  transfer/DelimitedParser.hpp
+  transfer/ExportFormat.hpp
+  transfer/FileTransfer.hpp
+  transfer/SpreadsheetCodec.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
 set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")
@@ -68,7 +74,7 @@ add_library(Tolva::tolva ALIAS tolva)
 set_target_properties(tolva PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX
   LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/tolva.map"
-  LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tolva_platform,tolva_core,tolva_preview,tolva_query")
+  LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tolva_platform,tolva_core,tolva_preview,tolva_query,tolva_transfer")
 target_compile_features(tolva INTERFACE cxx_std_20)
 # The headers name each other by room, so both folders are needed.
 target_include_directories(tolva INTERFACE
@@ -76,4 +82,4 @@ target_include_directories(tolva INTERFACE
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolva>)
 # SQLite keeps pointers into the library for the life of the process, so it is never unloaded.
 target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map" "LINKER:-z,nodelete")
-target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_query tolva_preview tolva_core tolva_platform)
+target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_transfer tolva_query tolva_preview tolva_core tolva_platform)

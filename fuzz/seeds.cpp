@@ -46,6 +46,21 @@ void writeDatabases(path const& folder) {
   writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
 }
 
+/// A delimiter, an encoding, three limits and the size of a read stand before each text.
+void writeDelimited(path const& folder) {
+  using namespace std::literals;
+  writeText(folder, "plain",
+            ",\0\xff\xff\xff\x40"sv
+            "a,b,c\n1,,3\r\n\r4"sv);
+  writeText(folder, "quoted", ",\1\xff\xff\xff\3\"a\"\"b\",\"c\r\nd\"e\n\"\",\xe9"sv);
+  writeText(folder, "limits",
+            "\t\0\3\4\x0c\1"sv
+            "ab\t\"cd\"\"\"\r\n\u00e9\u00e9\tb"sv);
+  writeText(folder, "marks",
+            ";\0\xff\xff\xff\7"sv
+            "a,\u0301b;\"\u0301\";\u0301\n"sv);
+}
+
 /// Documents and values in the forms that a cell's preview reads.
 void writePreviews(path const& root) {
   path const readings = root / "interpretation";
@@ -111,6 +126,7 @@ int main(int count, char** arguments) {
   writeDatabases(root / "database");
   writeText(root / "browse", "filters", std::string_view("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20));
   writeText(root / "browse", "sorted", std::string_view("\2\0\1\0\3\0", 6));
+  writeDelimited(root / "csv");
   writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
   writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");
   writeText(root / "json", "real", R"({"real":{"_0":0.30000000000000004}})");

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "core/BrowseRequest.hpp"
+#include "core/CancellationHandle.hpp"
+#include "core/DatabaseError.hpp"
+#include "core/DatabaseRow.hpp"
+#include "core/RowSelection.hpp"
+#include "core/TableSchema.hpp"
+#include "platform/Export.hpp"
+#include "platform/Turn.hpp"
+#include "transfer/CSVOptions.hpp"
+#include "transfer/ExportFormat.hpp"
+
+namespace tolva {
+
+/// The rows that an export writes: the first that is given of positions, rows and request. A value.
+struct ExportRows {
+  BrowseRequest request;                             // all rows that it shows, in its order
+  std::optional<std::vector<DatabaseRow>> selected;  // these, found again by their identity; one that has gone is none
+  std::optional<RowSelection> selectedIndices;       // the rows at these positions of the request
+};
+
+/// Told the rows that are done: each 500th and, when all is finished, their number once more. It is called by the
+/// operation, in its turn, so it may not call the service.
+using TransferProgress = std::function<void(std::int64_t)>;
+
+/// Moves rows between a database and files that a person chose, in any number, without ever holding them in memory.
+///
+/// A serial service: each operation waits for its turn, opens what it needs and blocks until it is done, so call it from
+/// a worker thread. `task` is checked for every row; `cancellation()->cancel()`, from any thread, stops the statement
+/// that runs.
+class TOLVA_EXPORT FileTransfer {
+ public:
+  FileTransfer();
+  ~FileTransfer();
+  FileTransfer(FileTransfer const&) = delete;
+  FileTransfer& operator=(FileTransfer const&) = delete;
+
+  /// The handle that every connection of the service shares.
+  std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
+
+  // Out ----------------------------------------------------------------------------------------
+
+  /// Writes rows of a table or view to `destination`, which is made or replaced, and returns their number. The file
+  /// takes its name whole and on the disk; a failure leaves what was there.
+  std::int64_t exportRows(std::filesystem::path const& database, TableSchema const& schema, ExportRows const& rows,
+                          ExportFormat format, std::filesystem::path const& destination,
+                          TransferProgress const& progress, std::stop_token task);
+
+  // In -----------------------------------------------------------------------------------------
+
+  /// The first rows of a delimited file, 6 at most, a header among them.
+  std::vector<std::vector<std::string>> preview(std::filesystem::path const& file, CSVOptions const& options,
+                                                std::stop_token task);
+
+  /// Inserts the rows of a delimited file into `table` and returns their number: all of them or none. With a `schema`
+  /// the table is there; without one it is made, with a type for each column that all of its values have.
+  std::int64_t importCSV(std::filesystem::path const& file, std::filesystem::path const& database,
+                         std::string const& table, std::optional<TableSchema> const& schema, CSVOptions const& options,
+                         TransferProgress const& progress, std::stop_token task);
+
+ private:
+  TurnQueue turns_;
+  std::shared_ptr<CancellationHandle> const cancellation_;
+};
+
+}  // namespace tolva
