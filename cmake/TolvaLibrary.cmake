@@ -54,6 +54,7 @@ set(TOLVA_PUBLIC_HEADERS
   preview/PreviewTreeNode.hpp
   preview/StructuredCellPreview.hpp
   transfer/CSVOptions.hpp
+  transfer/CSVStream.hpp
   transfer/ExportFormat.hpp
   transfer/FileTransfer.hpp)
 
