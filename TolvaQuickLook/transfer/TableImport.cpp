@@ -71,7 +71,7 @@ struct FieldBinder {
 class RowInserter {
  public:
   RowInserter(SQLiteConnection& connection, std::string const& sql, Names const& types)
-      : connection_(connection), statement_(connection.prepare(sql)), takesNumbers_(types.size()) {
+      : connection_(connection), statement_(connection.shared_from_this(), sql), takesNumbers_(types.size()) {
     std::ranges::transform(types, takesNumbers_.begin(), [](std::string const& type) { return takesNumbers(type); });
   }
 
