@@ -55,8 +55,10 @@ set(TOLVA_PUBLIC_HEADERS
   preview/StructuredCellPreview.hpp
   transfer/CSVOptions.hpp
   transfer/CSVStream.hpp
+  transfer/DelimitedParser.hpp
   transfer/ExportFormat.hpp
-  transfer/FileTransfer.hpp)
+  transfer/FileTransfer.hpp
+  transfer/SpreadsheetCodec.hpp)
 
 # What is installed as <tolva/core/...> is found by the same name in the build folder, and nothing but it.
 set(TOLVA_PUBLIC_INCLUDES "${PROJECT_BINARY_DIR}/include")

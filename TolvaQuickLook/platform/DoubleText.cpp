@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/DoubleText.hpp"
 
-#include <fmt/format.h>
+#include <fmt/compile.h>
 #include <stdlib.h>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -32,9 +34,18 @@ std::optional<double> doubleFromAnyText(std::string_view text) {
 }  // namespace
 
 std::string doubleText(double value) {
-  std::string text = jsonNumberText(value);
-  if (std::isfinite(value) && text.find_first_of(".e") == std::string::npos) text += ".0";
-  return text;
+  std::array<char, mostDoubleText> text;
+  return std::string(text.data(), writeDoubleText(text.data(), value));
+}
+
+char* writeDoubleText(char* out, double value) {
+  char* end = fmt::format_to(out, FMT_COMPILE("{}"), value);
+  bool const isWhole = std::none_of(out, end, [](char c) { return c == '.' || c == 'e'; });
+  if (isWhole && std::isfinite(value)) {
+    *end++ = '.';
+    *end++ = '0';
+  }
+  return end;
 }
 
 std::string jsonNumberText(double value) { return fmt::format("{}", value); }

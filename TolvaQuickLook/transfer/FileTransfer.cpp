@@ -4,6 +4,7 @@
 #include "core/SQLiteConnection.hpp"
 #include "transfer/ByteOrderMark.hpp"
 #include "transfer/CSVStream.hpp"
+#include "transfer/TableExport.hpp"
 #include "transfer/TableImport.hpp"
 
 namespace tolva {
@@ -16,6 +17,17 @@ constexpr std::size_t previewRows = 6;
 FileTransfer::FileTransfer() : cancellation_(std::make_shared<CancellationHandle>()) {}
 
 FileTransfer::~FileTransfer() = default;
+
+std::int64_t FileTransfer::exportRows(std::filesystem::path const& database, TableSchema const& schema,
+                                      ExportRows const& rows, ExportFormat format,
+                                      std::filesystem::path const& destination, TransferProgress const& progress,
+                                      std::stop_token task) {
+  Turn const turn(turns_);
+  ExportOrder const order{database, schema, rows, format, destination};
+  std::int64_t const written = TableExport(order, progress, cancellation_, std::move(task)).run();
+  if (progress) progress(written);
+  return written;
+}
 
 std::vector<std::vector<std::string>> FileTransfer::preview(std::filesystem::path const& file,
                                                             CSVOptions const& options, std::stop_token task) {

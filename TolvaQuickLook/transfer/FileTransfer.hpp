@@ -51,8 +51,17 @@ class TOLVA_EXPORT FileTransfer {
 
   // Out ----------------------------------------------------------------------------------------
 
-  /// Writes rows of a table or view to `destination`, which is made or replaced, and returns their number. The file
-  /// takes its name whole and on the disk; a failure leaves what was there.
+  /// Writes rows of a table or view to `destination`, which is made or replaced, and returns their number. The columns
+  /// of `schema` are written; of a table exported as SQL, those that are not generated.
+  ///
+  /// The rows grow in a hidden file beside `destination`, ".tolva-export-" and a UUID, which takes the name when it is
+  /// complete and on the disk; a failure deletes it and leaves what was there, and only a crash leaves it. A file that is
+  /// replaced leaves its permissions to the new one. Of a symbolic link the link itself is replaced, not what it leads to;
+  /// a device or a pipe is not.
+  ///
+  /// Positions and all rows of the request are read from one state of the database, `selected` rows each for itself.
+  /// Throws `DatabaseError`, also where a statement is interrupted, the system's own
+  /// `std::filesystem::filesystem_error` where the file cannot be written or published, and `TaskCancelled`.
   std::int64_t exportRows(std::filesystem::path const& database, TableSchema const& schema, ExportRows const& rows,
                           ExportFormat format, std::filesystem::path const& destination,
                           TransferProgress const& progress, std::stop_token task);

@@ -1,15 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transfer/CSVStream.hpp"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
+#include <stdexcept>
 
+#include "core/SQLiteConnection.hpp"
+#include "platform/SHA256.hpp"
 #include "platform/TaskCancellation.hpp"
+#include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
 #include "support/Repeated.hpp"
+#include "support/SQLitePeer.hpp"
+#include "support/SystemFailure.hpp"
+#include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "transfer/CSVByteMachine.hpp"
 #include "transfer/CSVRowReader.hpp"
@@ -30,6 +38,19 @@ Rows rowsOf(std::string_view text, CSVOptions const& options = {}, CSVLimits con
   TemporaryFolder const folder;
   CSVStream stream(folder.write("rows.csv", text), options, limits);
   return rowsOf(stream);
+}
+
+/// All rows, then the failure that ended them if there was one.
+template <class Next>
+Rows rowsAndFailure(Next&& next) {
+  Rows rows;
+  try {
+    while (auto row = next()) rows.emplace_back(row->begin(), row->end());
+    if (next()) rows.push_back({"a row behind the end"});
+  } catch (DatabaseError const& error) {
+    rows.push_back({"(failed)", error.detail});
+  }
+  return rows;
 }
 
 struct TextCase {
@@ -77,20 +98,231 @@ TEST(CSVStream, ReadsRows) {
   }
 }
 
-// Any input, any limits, any sizes of reads -------------------------------------------------------------
-
-/// All rows, then the failure that ended them if there was one.
-template <class Next>
-Rows rowsAndFailure(Next&& next) {
-  Rows rows;
-  try {
-    while (auto row = next()) rows.emplace_back(row->begin(), row->end());
-    if (next()) rows.push_back({"a row behind the end"});
-  } catch (DatabaseError const& error) {
-    rows.push_back({"(failed)", error.detail});
+TEST(CSVStream, SaysNothingMoreAtTheEnd) {
+  TemporaryFolder const folder;
+  for (char const* const text : {"", "a", "a\n", "a\r", "\"a\""}) {
+    SCOPED_TRACE(text);
+    CSVStream stream(folder.write("rows.csv", text));
+    rowsOf(stream);
+    EXPECT_EQ(stream.next(noTask), std::nullopt);
+    EXPECT_FALSE(stream.nextFields(noTask));
   }
-  return rows;
 }
+
+struct DelimiterCase {
+  char const* says;
+  char delimiter;
+  std::string_view text;
+  Rows rows;
+};
+
+DelimiterCase const delimiters[] = {
+    {"a tab", '\t', "a,b\tc\n", {{"a,b", "c"}}},
+    {"NUL", '\0', "a\0b\n"sv, {{"a", "b"}}},
+    {"a line feed leaves CR and CR LF as line ends", '\n', "a\nb\rc\r\nd", {{"a", "b"}, {"c"}, {"d"}}},
+    {"a carriage return ends a field before an LF", '\r', "a\rb\r\nc\n", {{"a", "b", ""}, {"c"}}},
+    {"a quote ends a field that has begun, and opens an empty one", '"', "a\"\"b\"\n", {{"a", "b"}}},
+    {"a letter", 'x', "axb\"xc\n", {{"a", "b\"", "c"}}},
+};
+
+TEST(CSVStream, TakesAnyByteForTheDelimiter) {
+  for (DelimiterCase const& each : delimiters) {
+    SCOPED_TRACE(each.says);
+    EXPECT_EQ(rowsOf(each.text, {.delimiter = static_cast<std::uint8_t>(each.delimiter)}), each.rows);
+  }
+  // U+00E9 is C3 A9: cut in two, neither part is UTF-8.
+  EXPECT_EQ(failureOf([] { rowsOf("\u00E9", {.delimiter = 0xC3}); }),
+            DatabaseError("The CSV encoding is invalid. Choose the matching encoding."));
+  EXPECT_EQ(rowsOf("\u00E9", {.delimiter = 0xC3, .encoding = CSVEncoding::latin1}), (Rows{{"", "\u00A9"}}));
+}
+
+TEST(CSVStream, ReadsEitherEncoding) {
+  EXPECT_EQ(rowsOf("gr\xFC\xDF,\"\x80\"\"\xFF\"\nplain\n", {.encoding = CSVEncoding::latin1}),
+            (Rows{{"gr\u00FC\u00DF", "\u0080\"\u00FF"}, {"plain"}}));
+  EXPECT_EQ(rowsOf("gr\u00FC\u00DF,\"\u20AC\",\U0001F600\n"), (Rows{{"gr\u00FC\u00DF", "\u20AC", "\U0001F600"}}));
+  EXPECT_EQ(rowsOf("\"\xC3\"\xA9\n"), (Rows{{"\u00E9"}})) << "a field is judged without its quotes";
+  std::string everyByte;
+  std::string everyCharacter;
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte == ',' || byte == '\n' || byte == '\r') continue;
+    everyByte += static_cast<char>(byte);
+    if (byte > 127) everyCharacter += byte < 192 ? '\xC2' : '\xC3';
+    everyCharacter += static_cast<char>(byte > 191 ? byte - 64 : byte);
+  }
+  EXPECT_EQ(rowsOf(everyByte, {.encoding = CSVEncoding::latin1}), (Rows{{everyCharacter}}));
+}
+
+TEST(CSVStream, FindsWhatIsNoTextWhereItIsReached) {
+  TemporaryFolder const folder;
+  for (std::string_view const wrong : {"\xFF", "\xC3", "\xC0\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\"\xFF\""}) {
+    CSVStream stream(folder.write("rows.csv", "good\nb," + std::string(wrong)));
+    EXPECT_EQ(stream.next(noTask), (std::vector{"good"s}));
+    EXPECT_EQ(failureOf([&] { stream.next(noTask); }),
+              DatabaseError("The CSV encoding is invalid. Choose the matching encoding."));
+  }
+}
+
+TEST(CSVStream, RefusesAQuoteThatIsNeverClosed) {
+  for (char const* const text : {"\"abc", "\"", "a\n\"b\nc\n", "\"a\"\"", "a,\"b,c\n"}) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(failureOf([&] { rowsOf(text); }), DatabaseError("The CSV contains an unterminated quoted field."));
+  }
+}
+
+// Limits ------------------------------------------------------------------------------------------
+
+DatabaseError const rowTooLong("CSV row exceeds its field/byte limit.");
+
+struct LimitCase {
+  char const* says;
+  std::string_view text;
+  CSVLimits limits;
+  std::optional<DatabaseError> failure;
+};
+
+LimitCase const limitCases[] = {
+    {"as many fields as a row may have", "a,b\na,b\n", {.columns = 2}, {}},
+    {"one more", "a,b,c", {.columns = 2}, rowTooLong},
+    {"one more, though it is empty", "a,b,\n", {.columns = 2}, rowTooLong},
+    {"one more, left empty by the end of the file, is not seen", "a,b,", {.columns = 2}, {}},
+    {"no field at all", "\n", {.columns = 0}, rowTooLong},
+    {"no field in an empty file", "", {.columns = 0, .rowBytes = 0}, {}},
+    {"as many bytes as a field may have", "abc,abc\nabc", {.fieldBytes = 3}, {}},
+    {"one more", "abcd", {.fieldBytes = 3}, DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"as many between quotes", "\"abc\",\"a\"\"c\",\"a\"bc\n", {.fieldBytes = 3}, {}},
+    {"one more", "\"abcd\"", {.fieldBytes = 3}, DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"one more that is a quote",
+     "\"abc\"\"\"",
+     {.fieldBytes = 3},
+     DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"one more behind the quotes",
+     "\"abc\"d",
+     {.fieldBytes = 3},
+     DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"bytes are those of the file",
+     "\u00E9\u00E9",
+     {.fieldBytes = 3},
+     DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"as many bytes as a row may have, its end counted", "ab,cd\nab,cd\n", {.rowBytes = 6}, {}},
+    {"one more", "ab,cde\n", {.rowBytes = 6}, rowTooLong},
+    {"the LF of CR LF is not counted", "ab,cd\r\nab,cd\r\n", {.rowBytes = 6}, {}},
+    {"quotes are", "\"ab\"c\n", {.rowBytes = 6}, {}},
+    {"so one more is too many", "\"abc\"c\n", {.rowBytes = 6}, rowTooLong},
+    {"of a doubled quote one is", "\"\"\"b\"c\n", {.rowBytes = 6}, {}},
+    {"but not two", "\"\"\"bc\"c\n", {.rowBytes = 6}, rowTooLong},
+    {"without a line end the row is as long as it is", "ab,cde", {.rowBytes = 6}, {}},
+    {"by the same byte the row's limit is told", "abcd", {.fieldBytes = 3, .rowBytes = 3}, rowTooLong},
+    {"else the one that comes first",
+     "abcdef",
+     {.fieldBytes = 3, .rowBytes = 4},
+     DatabaseError("A CSV field exceeds the 3-byte import limit.")},
+    {"before the encoding of a field that has not ended", "\xFF\xFF", {.rowBytes = 1}, rowTooLong},
+    {"before the end of the file",
+     "\"ab",
+     {.fieldBytes = 1},
+     DatabaseError("A CSV field exceeds the 1-byte import limit.")},
+};
+
+TEST(CSVStream, KeepsToItsLimits) {
+  for (LimitCase const& each : limitCases) {
+    SCOPED_TRACE(each.says);
+    auto const failure = failureOf([&] { rowsOf(each.text, {}, each.limits); });
+    EXPECT_EQ(failure, each.failure.value_or(failureOf([] {})));
+  }
+}
+
+TEST(CSVStream, CountsALastFieldThatTheEndOfTheFileLeavesEmptyForNothing) {
+  EXPECT_EQ(rowsOf("a,b,", {}, {.columns = 2}), (Rows{{"a", "b", ""}}));
+}
+
+TEST(CSVStream, TakesAFieldOf16MiBAndNoByteMore) {
+  constexpr std::size_t most = 16'777'216;
+  std::string text(most, 'a');
+  CSVLimits const limits{.fieldBytes = most};
+  EXPECT_EQ(rowsOf(text + ",b\n", {}, limits), (Rows{{text, "b"}}));
+  text += 'a';
+  EXPECT_EQ(failureOf([&] { rowsOf(text, {}, limits); }),
+            DatabaseError("A CSV field exceeds the 16777216-byte import limit."));
+}
+
+// Where one read ends and the next begins ---------------------------------------------------------------
+
+TEST(CSVStream, ReadsOnWhereverAReadEnds) {
+  std::string_view const tails[] = {"ab,cd\r\nef\n", "\"a\"\"b\",\"c\"d\r\n\"\"", "\u00E9,\"\u20AC\"\n\n",
+                                    ",,\r\r\n,\""};
+  for (std::string_view const tail : tails) {
+    for (std::size_t before = 0; before <= tail.size() + 1; ++before) {
+      std::string const text = repeated("x", 65'536 - before) + std::string(tail);
+      SCOPED_TRACE(testing::Message() << testing::PrintToString(tail) << " from " << before << " before the end");
+      CSVByteMachine machine(text, {}, {});
+      TemporaryFolder const folder;
+      CSVStream stream(folder.write("rows.csv", text));
+      EXPECT_EQ(rowsAndFailure([&] { return stream.next(noTask); }), rowsAndFailure([&] { return machine.next(); }));
+    }
+  }
+}
+
+TEST(CSVStream, KeepsTheViewsOfARowThatTakesManyReads) {
+  for (CSVEncoding const encoding : {CSVEncoding::utf8, CSVEncoding::latin1}) {
+    std::string line;
+    for (int field = 0; field < 40'000; ++field)
+      line += std::to_string(field) + (field % 7 == 0 ? ",\"\u00FC\"\"\"," : ",");
+    std::string const text = line + "\n" + line + "\n";
+    CSVOptions const options{.encoding = encoding};
+    CSVByteMachine machine(text, options, {});
+    TemporaryFolder const folder;
+    CSVStream stream(folder.write("rows.csv", text), options);
+    EXPECT_TRUE(rowsAndFailure([&] { return stream.nextFields(noTask); }) ==
+                rowsAndFailure([&] { return machine.next(); }));
+  }
+}
+
+// Files and tasks --------------------------------------------------------------------------------------
+
+TEST(CSVStream, PassesOnWhatTheFileSystemSays) {
+  TemporaryFolder const folder;
+  EXPECT_EQ(systemFailureOf([&] { CSVStream stream(folder / "none.csv"); }), "ENOENT none.csv");
+  EXPECT_EQ(systemFailureOf([&] { CSVStream stream(folder.path()); }).substr(0, 6), "EINVAL");
+  CSVRowReader reader([](std::span<std::uint8_t>) -> std::size_t { throw std::runtime_error("The disk is gone."); }, {},
+                      {});
+  EXPECT_THROW(reader.next(noTask), std::runtime_error);
+}
+
+TEST(CSVStream, LeavesTheLocksOfADatabaseThatIsOpen) {
+  TemporaryDatabase const database("CREATE TABLE t(a)");
+  auto const connection = SQLiteConnection::open(database.path(), {.readOnly = false});
+  connection->execute("BEGIN IMMEDIATE");
+  EXPECT_TRUE(CSVStream(database.path(), {.encoding = CSVEncoding::latin1}).next(noTask));
+  EXPECT_EQ(SQLitePeer(database.path()).exec("INSERT INTO t VALUES (1)"), "error 5 database is locked");
+  connection->execute("ROLLBACK");
+}
+
+TEST(CSVStream, StopsWhenItsTaskIsCancelled) {
+  std::stop_source source;
+  TemporaryFolder const folder;
+  CSVStream stream(folder.write("rows.csv", "a\nb\nc\n"));
+  EXPECT_TRUE(stream.next(source.get_token()));
+  source.request_stop();
+  EXPECT_THROW(stream.next(source.get_token()), TaskCancelled);
+  CSVStream empty(folder.write("empty.csv", ""));
+  EXPECT_EQ(empty.next(source.get_token()), std::nullopt);
+}
+
+TEST(CSVStream, StopsWithinARowThatNeverEnds) {
+  std::stop_source source;
+  int reads = 0;
+  CSVRowReader reader(
+      [&](std::span<std::uint8_t> into) {
+        if (++reads == 3) source.request_stop();
+        std::fill(into.begin(), into.end(), std::uint8_t{'a'});
+        return into.size();
+      },
+      {}, {});
+  EXPECT_THROW(reader.next(source.get_token()), TaskCancelled);
+  EXPECT_EQ(reads, 3);
+}
+
+// Any input, any limits, any sizes of reads -------------------------------------------------------------
 
 TEST(CSVStream, DoesWhatTheByteMachineDoes) {
   std::mt19937 random(1);  // NOLINT(*-msc51-cpp): the same inputs each time
@@ -125,6 +357,74 @@ TEST(CSVStream, DoesWhatTheByteMachineDoes) {
         },
         options, limits);
     ASSERT_EQ(rowsAndFailure([&] { return reader.next(noTask); }), rowsAndFailure([&] { return machine.next(); }));
+  }
+}
+
+// Files that others wrote ------------------------------------------------------------------------------
+
+/// The string in JSON, with only those characters escaped that must be.
+std::string jsonString(std::string_view text) {
+  constexpr std::string_view named = "\"\\\b\f\n\r\t";
+  std::string json = "\"";
+  for (char const character : text) {
+    if (auto const at = named.find(character); at != named.npos) {
+      json += {'\\', "\"\\bfnrt"[at]};
+    } else if (static_cast<unsigned char>(character) < 0x20) {
+      json += fmt::format("\\u{:04x}", static_cast<int>(character));
+    } else {
+      json += character;
+    }
+  }
+  return json + '"';
+}
+
+/// What the corpora note of a file's rows: their number and a digest, or the failure.
+std::vector<std::string> noteOf(std::filesystem::path const& file, CSVEncoding encoding) {
+  try {
+    CSVStream stream(file, {.encoding = encoding});
+    std::string json;
+    Rows const rows = rowsOf(stream);
+    for (auto const& row : rows) {
+      std::string fields;
+      for (std::string const& field : row) fields += (fields.empty() ? "" : ",") + jsonString(field);
+      json += (json.empty() ? "[" : ",[") + fields + "]";
+    }
+    return {std::to_string(rows.size()) + " rows", sha256Text("[" + json + "]").substr(0, 16)};
+  } catch (DatabaseError const& error) {
+    return {error.detail, "-"};
+  }
+}
+
+TEST(CSVStream, ReadsRealFilesAsTheyAreNoted) {
+  TOLVA_NEEDS_CORPORA();
+  for (std::string const folder : {"csv-spectrum", "csv-duckdb"}) {
+    for (auto const& note : corpusManifest(folder)) {
+      ASSERT_EQ(note.size(), 5U);
+      SCOPED_TRACE(note[0]);
+      auto const file = corpusFile(folder + "/" + note[0]);
+      EXPECT_EQ(noteOf(file, CSVEncoding::utf8), (std::vector{note[1], note[2]}));
+      EXPECT_EQ(noteOf(file, CSVEncoding::latin1), (std::vector{note[3], note[4]}));
+    }
+  }
+}
+
+/// The text with CR LF for each LF.
+std::string withCRLF(std::string_view text) {
+  std::string longer;
+  for (char const byte : text) longer += byte == '\n' ? "\r\n"s : std::string(1, byte);
+  return longer;
+}
+
+TEST(CSVStream, ReadsTheSameRowsWithOtherLineEnds) {
+  TOLVA_NEEDS_CORPORA();
+  for (auto const& file : corpusFiles("csv-spectrum", ".csv")) {
+    SCOPED_TRACE(file);
+    std::string const text = contents(file);
+    Rows rows = rowsOf(text);
+    for (auto& row : rows) {
+      for (std::string& field : row) field = withCRLF(field);
+    }
+    EXPECT_EQ(rowsOf(withCRLF(text)), rows);
   }
 }
 
