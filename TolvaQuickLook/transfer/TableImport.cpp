@@ -156,13 +156,13 @@ std::int64_t TableImport::run(std::filesystem::path const& file, Progress const&
     while (rows.insertBatch(stream, task)) {
       connection_.execute("RELEASE csv_batch");
       connection_.execute("SAVEPOINT csv_batch");
-      progress(rows.count());
+      if (progress) progress(rows.count());
     }
     connection_.execute("RELEASE csv_batch");
     return rows.count();
   };
   std::int64_t const count = connection_.transaction(insertAll, task);
-  progress(count);
+  if (progress) progress(count);
   return count;
 }
 
