@@ -18,7 +18,9 @@ constexpr char usage[] =
     "usage: make-data tables FILE COUNT   COUNT tables without rows, each with an index\n"
     "       make-data rows FILE COUNT     one table of COUNT rows of 8 columns\n"
     "       make-data cells FILE COUNT    one table of COUNT rows with a text of 64 KiB each\n"
-    "       make-data json FILE BYTES     no database but a JSON document\n";
+    "       make-data json FILE BYTES     no database but a JSON document\n"
+    "       make-data csv FILE COUNT      no database but COUNT delimited rows of 8 columns\n"
+    "       make-data quoted FILE COUNT   the same in quotes, with quotes, delimiters and line ends inside\n";
 
 [[noreturn]] void fail(char const* doing, sqlite3* database) {
   std::fprintf(stderr, "make-data: %s: %s\n", doing, database ? sqlite3_errmsg(database) : "out of memory");
@@ -150,18 +152,57 @@ void makeJSON(char const* path, std::int64_t bytes) {
   if (!file || std::fputs(json.c_str(), file) == EOF || std::fclose(file) != 0) fail(path, nullptr);
 }
 
+/// A heading and rows of three numbers, three short texts, a third of `note` empty, a text of 60 bytes and 64 digits.
+void makeCSV(char const* path, std::int64_t count, bool quoted) {
+  std::FILE* const file = std::fopen(path, "w");
+  if (!file) fail(path, nullptr);
+  std::fputs("id,quantity,price,code,note,day,description,digest\n", file);
+  std::string_view const between = quoted ? "\",\"" : ",";
+  for (std::int64_t row = 1; row <= count; ++row) {
+    auto description = words(row, 8, 60);
+    auto note = drawn(row, 10, 3) == 0 ? std::string() : words(row, 11, drawn(row, 12, 31));
+    if (quoted) {
+      for (std::size_t at : {50U, 29U, 5U}) description.insert(at, "\"\"");
+      description.insert(40, "\r\n").insert(20, ",");
+      if (!note.empty()) note += "\nline two";
+    }
+    std::string line;
+    for (std::string const& field :
+         {std::to_string(row), std::to_string(drawn(row, 2, 2'000) - 1'000),
+          std::to_string(drawn(row, 4, 1'000'000)) + "." + std::to_string(drawn(row, 5, 9) + 1),
+          numbered("C", drawn(row, 7, 100'000)), note, "2024-03-" + std::to_string(10 + drawn(row, 13, 20)),
+          description}) {
+      line += field;
+      line += between;
+    }
+    for (int part = 14; part < 18; ++part) {
+      std::array<char, 17> digits{};
+      std::snprintf(digits.data(), digits.size(), "%016llx",
+                    static_cast<unsigned long long>(mixed(static_cast<std::uint64_t>(drawn(row, part, 1U << 31)))));
+      line += digits.data();
+    }
+    std::fputs((quoted ? "\"" + line + "\"\r\n" : line + "\n").c_str(), file);
+  }
+  if (std::fclose(file) != 0) fail(path, nullptr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string_view const kind = argc == 4 ? argv[1] : "";
   std::int64_t const count = argc == 4 ? std::atoll(argv[3]) : 0;
-  bool const known = kind == "tables" || kind == "rows" || kind == "cells" || kind == "json";
+  bool const known =
+      kind == "tables" || kind == "rows" || kind == "cells" || kind == "json" || kind == "csv" || kind == "quoted";
   if (!known || count < 1) {
     std::fputs(usage, stderr);
     return 2;
   }
   if (kind == "json") {
     makeJSON(argv[2], count);
+    return 0;
+  }
+  if (kind == "csv" || kind == "quoted") {
+    makeCSV(argv[2], count, kind == "quoted");
     return 0;
   }
   Database database(argv[2]);
