@@ -71,6 +71,13 @@ TEST(FileTransferPreview, TakesAFieldOf16MiBAndNoMore) {
             DatabaseError("A CSV field exceeds the 16777216-byte import limit."));
 }
 
+TEST(FileTransferPreview, TakesMarksByTheMillionOutOfAField) {
+  TemporaryFolder const folder;
+  std::string marks;
+  for (std::size_t count = 0; count < 5'000'000; ++count) marks += "\uFEFF";
+  EXPECT_EQ(FileTransfer().preview(folder.write("in.csv", "a" + marks + "b"), {}, noTask), (Rows{{"ab"}}));
+}
+
 TEST(FileTransferPreview, PassesOnWhatTheFileHoldsOrIs) {
   TemporaryFolder const folder;
   FileTransfer transfer;
