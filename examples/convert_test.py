@@ -17,9 +17,9 @@ ROWS = 200_000
 
 
 def convert(*arguments, status=0):
-    done = subprocess.run([CONVERT, *map(str, arguments)], capture_output=True, text=True, timeout=300)
+    done = subprocess.run([CONVERT, *map(str, arguments)], capture_output=True, timeout=300)
     assert done.returncode == status, done
-    return done.stderr if status else done.stdout
+    return (done.stderr if status else done.stdout).decode()
 
 
 def rows(file, sql):
