@@ -69,8 +69,9 @@ class TOLVA_EXPORT FileTransfer {
 
   // In -----------------------------------------------------------------------------------------
 
-  // A file may have rows of any number and length, but fields of 16 MiB at most; docs/formats.md tells all that is read.
-  // Both throw `DatabaseError` for what the file holds and `std::filesystem::filesystem_error` where it cannot be read.
+  // A file may have rows of any number and length, but fields of 16 MiB at most; docs/formats.md tells all that is
+  // read. Both throw `DatabaseError` for what the file holds and `std::filesystem::filesystem_error` where it cannot be
+  // read.
 
   /// The first rows of a delimited file, 6 at most, a header among them, without the byte order mark.
   std::vector<std::vector<std::string>> preview(std::filesystem::path const& file, CSVOptions const& options,
@@ -79,15 +80,16 @@ class TOLVA_EXPORT FileTransfer {
   /// Inserts the rows of a delimited file into `table` of a database that is there, and returns their number: in one
   /// transaction, so all of them or none. A file without a row does nothing, and tells nothing to `progress`.
   ///
-  /// With a `schema` the table is there. A header names some of its columns in any order, exactly as they are spelt; without
-  /// one a row fills the columns from the first on. A field becomes what `SQLiteValue::input` makes of it by the declared
-  /// type. Generated columns take nothing.
+  /// With a `schema` the table is there. A header names some of its columns in any order, exactly as they are spelt;
+  /// without one a row fills the columns from the first on. A field becomes what `SQLiteValue::input` makes of it by
+  /// the declared type. Generated columns take nothing.
   ///
-  /// Without a `schema` the table is made, with the narrowest type for each column in which every field keeps its text and
-  /// its value. The file is read twice for it; without a header the columns are "column_1" and on.
+  /// Without a `schema` the table is made, with the narrowest type for each column in which every field keeps its text
+  /// and its value. The file is read twice for it; without a header the columns are "column_1" and on.
   ///
-  /// A row that the table refuses throws `DatabaseError` with SQLite's code and its number among the rows, the header not
-  /// counted. `progress` is called inside the transaction but for the last time; it may wait for a thread that cancels.
+  /// A row that the table refuses throws `DatabaseError` with SQLite's code and its number among the rows, the header
+  /// not counted. `progress` is called inside the transaction but for the last time; it may wait for a thread that
+  /// cancels.
   std::int64_t importCSV(std::filesystem::path const& file, std::filesystem::path const& database,
                          std::string const& table, std::optional<TableSchema> const& schema, CSVOptions const& options,
                          TransferProgress const& progress, std::stop_token task);

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "support/FaultInjector.hpp"
-#include "support/ImportScene.hpp"
 #include "support/SystemFailure.hpp"
+#include "transfer/ImportScene.hpp"
 
 namespace tolva {
 namespace {

@@ -10,10 +10,10 @@
 #include "support/Command.hpp"
 #include "support/Corpora.hpp"
 #include "support/Failure.hpp"
-#include "support/ImportScene.hpp"
 #include "support/SQLitePeer.hpp"
 #include "transfer/ByteOrderMark.hpp"
 #include "transfer/CSVStream.hpp"
+#include "transfer/ImportScene.hpp"
 
 namespace tolva {
 namespace {

@@ -10,8 +10,8 @@
 #include "core/SQLIdentifier.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Failure.hpp"
-#include "support/ImportScene.hpp"
 #include "support/SystemFailure.hpp"
+#include "transfer/ImportScene.hpp"
 
 namespace tolva {
 namespace {
