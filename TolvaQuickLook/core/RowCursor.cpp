@@ -73,4 +73,10 @@ void RowCursor::restart(SQLiteStatement const& source) {
   }
 }
 
+void RowCursor::restart(std::span<SQLiteValue const> parameters) {
+  sqlite3_reset(statement_.handle());
+  statement_.bind(parameters);
+  hasStepped_ = false;
+}
+
 }  // namespace tolva

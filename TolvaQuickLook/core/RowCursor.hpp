@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <span>
+
 #include "core/DatabaseRow.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TableQueryBuilder.hpp"
@@ -27,6 +29,9 @@ class RowCursor {
   /// Moves to the next row; false at the end. The first step throws where the schema is stale.
   bool step();
 
+  /// The statement at the current row, for who reads its columns in place.
+  SQLiteStatement const& statement() const { return statement_; }
+
   /// The current row. A text of its identity that is no valid Unicode is deferred: repaired, it could be another row's.
   DatabaseRow row() const;
 
@@ -37,6 +42,9 @@ class RowCursor {
   /// Begins again with the columns of `source`'s current row as parameters: exactly what is stored, invalid texts and
   /// whole blobs included.
   void restart(SQLiteStatement const& source);
+
+  /// Begins again with `parameters`, in another transaction perhaps: the columns are looked for anew.
+  void restart(std::span<SQLiteValue const> parameters);
 
  private:
   SQLiteValue key(int column) const;

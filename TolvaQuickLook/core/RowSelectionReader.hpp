@@ -25,10 +25,8 @@ class RowSelectionReader {
   std::vector<DatabaseRow> read(RowSelection const& selection);
 
  private:
-  bool hasRowsByKey() const;
   void readRange(RowSelection::Range range);
   std::int64_t readChunk(std::int64_t first, std::int64_t most);
-  void readScattered(RowSelection const& selection);
   void add(RowCursor const& cursor);
 
   SQLiteConnection& connection_;

@@ -1,11 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/SQLiteValue.hpp"
 
-#include <cmath>
-#include <optional>
+#include <utility>
 
-#include "core/DeclaredType.hpp"
-#include "platform/ASCIICase.hpp"
+#include "core/TypedInput.hpp"
 #include "platform/DoubleText.hpp"
 #include "platform/FileSizeText.hpp"
 
@@ -22,10 +20,10 @@ Match(Cases...) -> Match<Cases...>;  // clang 14 needs it said
 }  // namespace
 
 SQLiteValue SQLiteValue::input(std::string text, std::string_view affinity) {
-  if (declaresText(affinity) || affinity.empty() || upperASCII(affinity) == "BLOB") return text;
-  if (std::optional<std::int64_t> const integer = integerFromText(text)) return *integer;
-  if (std::optional<double> const real = doubleFromText(text); real && std::isfinite(*real)) return *real;
-  return text;
+  if (!takesNumbers(affinity)) return text;
+  return std::visit(Match{[](auto number) -> SQLiteValue { return number; },
+                          [&](std::monostate) -> SQLiteValue { return std::move(text); }},
+                    typedNumber(text));
 }
 
 std::string SQLiteValue::display() const {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,6 +15,12 @@ namespace tolva {
 ///
 /// Scientific from 1e16 up and below 1e-4. It enters SQL and files that are stored, so it never changes.
 std::string doubleText(double value);
+
+/// The room that `writeDoubleText` needs.
+inline constexpr std::size_t mostDoubleText = 32;
+
+/// Writes the same text to `out`, for values by the million, and returns its end.
+char* writeDoubleText(char* out, double value);
 
 /// The same for a number in JSON, where a whole one stands without ".0". The caller has refused what is not finite.
 std::string jsonNumberText(double value);

@@ -2,6 +2,8 @@
 #include "platform/DoubleText.hpp"
 
 #include <gtest/gtest.h>
+#include <locale.h>
+#include <stdlib.h>
 
 #include <bit>
 #include <clocale>
@@ -138,6 +140,8 @@ NumberCase const numbers[] = {
     {"-0x.8", -0.5},
     {"4.9e-324", 5e-324},
     {"1e-400", 0.0},
+    {"-1e-400", -0.0},
+    {"+1e-320", 1e-320},
     {"1e400", Limits::infinity()},
     {"-1e400", -Limits::infinity()},
     {"inf", Limits::infinity()},
@@ -154,6 +158,9 @@ NumberCase const numbers[] = {
     {"0x", {}},
     {"0xg", {}},
     {"+-1", {}},
+    {"-+1", {}},
+    {"--.5", {}},
+    {"+0x8", 8.0},
     {"- 1", {}},
     {"12x", {}},
     {"12 ", {}},
@@ -187,6 +194,24 @@ void expectNumbers() {
 }
 
 TEST(DoubleText, ReadsTheWholeTextOrNothing) { expectNumbers(); }
+
+/// Texts of the letters that numbers are made of are read as the C library reads them, bit for bit.
+TEST(DoubleText, ReadsAsStrtodDoes) {
+  locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
+  std::mt19937_64 random(20261120);
+  int numbers = 0;
+  for (int round = 0; round < 500'000; ++round) {
+    std::string text;
+    for (auto length = random() % 12 + 1; length > 0; --length) text += "0123456789012345678901.-+eExa"[random() % 29];
+    char* end = nullptr;
+    std::optional<double> expected = strtod_l(text.c_str(), &end, plain);
+    if (*end != 0) expected.reset();
+    ASSERT_TRUE(same(doubleFromText(text), expected)) << text;
+    numbers += expected.has_value();
+  }
+  freelocale(plain);
+  EXPECT_GT(numbers, 10'000);
+}
 
 TEST(DoubleText, ReadsANumberOfAnyLength) {
   EXPECT_EQ(doubleFromText("0." + std::string(100'000, '0') + "1e100001"), 1.0);

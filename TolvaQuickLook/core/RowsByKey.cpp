@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "core/RowsByKey.hpp"
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "core/KeyOrder.hpp"
+#include "core/RowClauses.hpp"
+#include "core/RowCursor.hpp"
+#include "core/SQLIdentifier.hpp"
+#include "platform/JoinedText.hpp"
+#include "platform/TaskCancellation.hpp"
+
+namespace tolva {
+namespace {
+
+/// The identities of the first `most` rows in order.
+BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request, std::int64_t most) {
+  RowClauses clauses = rowClauses(schema, request);
+  clauses.parameters.emplace_back(most);
+  return {.sql = "SELECT " + joined(quoted(schema.identity), ",") + clauses.text(schema.object.name) + " LIMIT ?",
+          .parameters = std::move(clauses.parameters)};
+}
+
+/// One row by its identity, still to be bound. Columns compare by their own collation, under which the key's index can
+/// be of no use and a text equal to others: so they are compared by the key's, and as they are stored.
+BuiltQuery keyLookup(TableSchema const& schema, KeyOrder& order) {
+  std::string const table = quoteIdentifier(schema.object.name);
+  std::vector<std::string> terms;
+  int parameter = 0;
+  for (std::string const& name : schema.identity) {
+    std::set<std::string> collations = order.keyCollations(name);
+    collations.insert("BINARY");
+    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter) + " COLLATE ";
+    for (std::string const& collation : collations) terms.push_back(term + quoteIdentifier(collation));
+  }
+  return {.sql = "SELECT " + selectList(schema) + " FROM " + table + " WHERE " + joined(terms, " AND "),
+          .parameters = std::vector<SQLiteValue>(schema.identity.size())};
+}
+
+}  // namespace
+
+bool RowsByKey::areFound() const {
+  if (!schema_.editable()) return false;
+  SQLiteStatement stored = prepareWithinBudget(
+      connection_, {.sql = "SELECT 1 FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > ?",
+                    .parameters = {"table", schema_.object.name, 0}});
+  return stored.step();
+}
+
+void RowsByKey::read(RowSelection const& selection, std::function<void(RowCursor const&)> const& take,
+                     std::stop_token const& task) const {
+  SQLiteStatement walk =
+      prepareWithinBudget(connection_, identityWalk(schema_, request_, selection.ranges().back().end));
+  KeyOrder order(connection_, schema_);
+  RowCursor row(connection_, keyLookup(schema_, order), schema_, RowCursor::Identity::marked);
+  std::int64_t position = 0;
+  for (RowSelection::Range const& range : selection.ranges()) {
+    for (; position < range.end; ++position) {
+      checkCancellation(task);
+      if (!walk.step()) selectedRowsAreGone();
+      if (position < range.first) continue;
+      row.restart(walk);
+      if (!row.step()) selectedRowsAreGone();
+      take(row);
+    }
+  }
+}
+
+void selectedRowsAreGone() {
+  throw DatabaseError("Selected rows changed or disappeared. Refresh and select them again.");
+}
+
+}  // namespace tolva
