@@ -6,9 +6,10 @@
 #include <functional>
 #include <string_view>
 
-#include "core/SQLiteConnection.hpp"
+#include "core/MemoryBudget.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Browsed.hpp"
+#include "support/Corpora.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/TableRows.hpp"
@@ -338,6 +339,61 @@ TEST(FileTransfer, PassesOnTheFailuresOfSQLite) {
   scene.folder.write("a.db", std::string(4096, 'x'));
   EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::csv); }), DatabaseError("file is not a database", SQLITE_NOTADB));
   EXPECT_EQ(scene.folder.names(), std::vector<std::string>{"a.db"});
+}
+
+/// SQLite gives no bytes of a value that it cannot convert or hold, and no code for it.
+TEST(FileTransfer, NeverExportsAValueAsEmptyForLackOfMemory) {
+  ExportScene scene(
+      "PRAGMA encoding = 'UTF-16le'; CREATE TABLE x(a); INSERT INTO x VALUES (printf('%.*c', 300000, 'x')); CREATE "
+      "VIEW t "
+      "AS SELECT a, zeroblob(1000000) AS b FROM x");
+  std::string const whole = scene.exported(ExportFormat::csv);
+  ASSERT_GT(whole.size(), 2'300'000U);
+  int failures = 0, successes = 0;
+  for (std::int64_t bytes = std::int64_t{64} << 10; bytes < std::int64_t{6} << 20; bytes += std::int64_t{64} << 10) {
+    SCOPED_TRACE(bytes);
+    scene.folder.write("out", "old");
+    try {
+      MemoryBudget const budget(bytes);
+      scene.run(ExportFormat::csv);
+      EXPECT_TRUE(scene.content() == whole);
+      ++successes;
+    } catch (DatabaseError const& error) {
+      EXPECT_EQ(error.code & 0xFF, SQLITE_NOMEM) << error.detail;
+      EXPECT_EQ(scene.content(), "old");
+      ++failures;
+    }
+  }
+  EXPECT_GT(failures, 5);
+  EXPECT_GT(successes, 5);
+}
+
+TEST(FileTransfer, ExportsDamagedDatabasesWholeOrNotAtAll) {
+  TOLVA_NEEDS_CORPORA();
+  int attempts = 0;
+  for (auto const& file : corpusFiles("sqlite-malformed", ".db")) {
+    SCOPED_TRACE(file.filename());
+    TemporaryFolder const folder;
+    std::filesystem::path const copy = folder / "a.db";
+    std::filesystem::copy_file(file, copy);
+    std::filesystem::permissions(copy, std::filesystem::perms(0600));
+    DatabaseReader reader;
+    FileTransfer transfer;
+    std::vector<DatabaseObject> objects;
+    EXPECT_NO_FATAL_FAILURE(failureOf([&] { objects = reader.open(copy, noTask); }));
+    for (DatabaseObject const& object : objects) {
+      TableSchema schema;
+      if (failureOf([&] { schema = reader.schema(object); }).code != -1) continue;
+      folder.write("out", "old");
+      DatabaseError const error =
+          failureOf([&] { transfer.exportRows(copy, schema, {}, ExportFormat::json, folder / "out", {}, noTask); });
+      std::string const content = folder.read("out");
+      EXPECT_EQ(content == "old", error.code != -1) << error.detail;
+      EXPECT_TRUE(content == "old" || content.ends_with("\n]\n"));
+      ++attempts;
+    }
+  }
+  EXPECT_GT(attempts, 5);
 }
 
 // Progress and cancellation ------------------------------------------------------------------------
