@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "preview/helpers/PictureFormat.hpp"
 #include "preview/helpers/PreviewLimits.hpp"
