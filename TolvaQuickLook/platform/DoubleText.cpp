@@ -6,6 +6,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <system_error>
 
 #include "platform/PlainLocale.hpp"
 
