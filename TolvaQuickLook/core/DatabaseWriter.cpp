@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <functional>
+#include <initializer_list>
 #include <span>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "core/DatabaseBackup.hpp"
 #include "core/IdentityValue.hpp"

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <cstdint>
-
 namespace tolva {
 
 /// Keeps SQLite's two limits of memory (https://sqlite.org/pragma.html#pragma_hard_heap_limit) for a scope in which SQL

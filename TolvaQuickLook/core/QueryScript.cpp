@@ -3,8 +3,6 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
-
 #include "platform/Trim.hpp"
 
 namespace tolva {

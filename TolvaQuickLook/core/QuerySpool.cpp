@@ -5,6 +5,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <initializer_list>
+#include <iterator>
 #include <string_view>
 #include <system_error>
 

@@ -7,6 +7,9 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <system_error>
+#include <utility>
+#include <variant>
 
 #include "platform/Base64.hpp"
 #include "platform/JSONWriter.hpp"

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "platform/AtomicFile.hpp"
 
+#include <utility>
+
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>

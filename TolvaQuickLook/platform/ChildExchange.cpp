@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <iterator>
+#include <utility>
 
 #include "platform/ChildProcess.hpp"
 #include "platform/Descriptor.hpp"

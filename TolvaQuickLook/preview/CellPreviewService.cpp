@@ -6,7 +6,6 @@
 #include <optional>
 #include <string_view>
 #include <utility>
-#include <variant>
 
 #include "platform/TaskCancellation.hpp"
 #include "platform/UTF8.hpp"

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/Graphemes.hpp"

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <exception>
 #include <new>
+#include <utility>
 
 #include "platform/JSONReader.hpp"
 #include "platform/JSONWriter.hpp"

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 
+#include <chrono>
 #include <system_error>
 #include <utility>
 

@@ -7,7 +7,6 @@
 #include <cstddef>
 #include <string_view>
 #include <unordered_set>
-#include <utility>
 
 #include "core/DatabaseError.hpp"
 #include "core/Limit.hpp"

@@ -6,6 +6,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <type_traits>

@@ -10,8 +10,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <memory>
+#include <string>
+#include <utility>
 
 #include "preview/helpers/PreviewLimits.hpp"
 
