@@ -185,7 +185,7 @@ std::filesystem::path makeBackup(SQLiteConnection& connection, std::filesystem::
                                  std::stop_token task) {
   if (holdsNUL(directory)) failToOpen();  // the folder would be made under a name that ends there
   std::filesystem::create_directories(directory);
-  std::filesystem::path const path = std::filesystem::absolute(directory) / newName();
+  std::filesystem::path path = std::filesystem::absolute(directory) / newName();
   writeCopy(connection, path, task);
   prune(directory, path);
   return path;

@@ -326,15 +326,15 @@ TEST(SafeBinaryPropertyList, LooksAtNothingBehindTheData) {
 
 TEST(SafeBinaryPropertyList, AgreesWithTheNotesOnRealLists) {
   TOLVA_NEEDS_CORPORA();
-  int lists = 0;
+  int seen = 0;
   for (auto const& row : corpusManifest("plist")) {
     if (row[2] != "bplist") continue;
     SCOPED_TRACE(row[0]);
     std::string const list = contents(corpusFile("plist/" + row[0]));
     EXPECT_EQ(isSafeBinaryPropertyList(Bytes(list.begin(), list.end())), row[3] == "pass") << row[3];
-    ++lists;
+    ++seen;
   }
-  EXPECT_GE(lists, 40);
+  EXPECT_GE(seen, 40);
 }
 
 }  // namespace
