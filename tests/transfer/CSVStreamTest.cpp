@@ -2,9 +2,12 @@
 #include "transfer/CSVStream.hpp"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <random>
 #include <stdexcept>
 
@@ -16,6 +19,7 @@
 #include "support/NoTask.hpp"
 #include "support/Repeated.hpp"
 #include "support/SQLitePeer.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -277,6 +281,29 @@ TEST(CSVStream, KeepsTheViewsOfARowThatTakesManyReads) {
   }
 }
 
+/// What this process has allocated, in bytes.
+std::size_t allocated() {
+  struct mallinfo2 const now = mallinfo2();
+  return now.uordblks + now.hblkhd;
+}
+
+TEST(CSVStream, GivesBackTheRoomOfARowThatIsFarLongerThanTheNext) {
+  if (sanitized) GTEST_SKIP() << "the allocator is another";
+  std::string const fields = repeated("\xFC,", 1'000'000);
+  std::string const row = "\xFC,b\n";
+  std::size_t const shortRows = 200'000;
+  TemporaryFolder const folder;
+  auto const file = folder.write("rows.csv", fields + "\n" + repeated(row, shortRows));
+  for (CSVOptions const& options : {CSVOptions{.encoding = CSVEncoding::latin1}, CSVOptions{.delimiter = 0xFC}}) {
+    std::size_t const before = allocated();
+    CSVStream stream(file, options);
+    EXPECT_EQ(stream.nextFields(noTask)->size(), 1'000'001U);
+    EXPECT_GT(allocated(), before + 2'000'000 + 1'000'001 * sizeof(std::string_view));
+    for (std::size_t count = 0; count < shortRows; ++count) ASSERT_TRUE(stream.nextFields(noTask));
+    EXPECT_LT(allocated(), before + 1'000'000);
+  }
+}
+
 // Files and tasks --------------------------------------------------------------------------------------
 
 TEST(CSVStream, PassesOnWhatTheFileSystemSays) {
@@ -320,6 +347,22 @@ TEST(CSVStream, StopsWithinARowThatNeverEnds) {
       {}, {});
   EXPECT_THROW(reader.next(source.get_token()), TaskCancelled);
   EXPECT_EQ(reads, 3);
+}
+
+TEST(CSVStream, StopsWhileItDecodesARow) {
+  std::stop_source source;
+  int reads = 0;
+  CSVRowReader reader(
+      [&](std::span<std::uint8_t> into) -> std::size_t {
+        if (++reads > 1) {
+          source.request_stop();
+          return 0;
+        }
+        into[0] = 0xFC;
+        return 1;
+      },
+      {.encoding = CSVEncoding::latin1}, {});
+  EXPECT_THROW(reader.next(source.get_token()), TaskCancelled);
 }
 
 // Any input, any limits, any sizes of reads -------------------------------------------------------------
