@@ -2,8 +2,9 @@
 #include "transfer/CSVRowReader.hpp"
 
 #include <algorithm>
+#include <cassert>
 #include <cstring>
-#include <experimental/simd>
+#include <experimental/simd>  // of libstdc++ 11 or newer, which the build therefore needs
 #include <utility>
 
 #include "core/DatabaseError.hpp"
@@ -20,6 +21,9 @@ using Block = std::experimental::native_simd<std::uint8_t>;
 
 [[noreturn]] void failRow() { throw DatabaseError("CSV row exceeds its field/byte limit."); }
 
+/// Whether `capacity`, which a row of uncommon length has left, is far beyond what is in use.
+constexpr bool isWaste(std::size_t capacity, std::size_t used) { return capacity / 4 > std::max(used, readSize); }
+
 bool isHigh(char byte) { return static_cast<unsigned char>(byte) > 0x7F; }
 
 }  // namespace
@@ -28,7 +32,7 @@ CSVRowReader::CSVRowReader(Read read, CSVOptions const& options, CSVLimits const
     : read_(std::move(read)), options_(options), limits_(limits) {}
 
 std::optional<std::span<std::string_view const>> CSVRowReader::next(std::stop_token const& task) {
-  fields_.clear();
+  forgetLastRow();
   rowBegin_ = fieldBegin_ = fieldEnd_ = at_;
   rowLeft_ = limits_.rowBytes;
   mayBeHigh_ = false;
@@ -36,8 +40,15 @@ std::optional<std::span<std::string_view const>> CSVRowReader::next(std::stop_to
   checkCancellation(task);
   while (readField(task) == FieldEnd::field) {
   }
-  if (options_.encoding == CSVEncoding::latin1 && mayBeHigh_) decodeLatin1();
+  if (options_.encoding == CSVEncoding::latin1 && mayBeHigh_) decodeLatin1(task);
   return fields_;
+}
+
+void CSVRowReader::forgetLastRow() {
+  if (isWaste(fields_.capacity(), fields_.size())) fields_.shrink_to_fit();
+  if (isWaste(decoded_.capacity(), decoded_.size())) decoded_.shrink_to_fit();
+  fields_.clear();
+  decoded_.clear();
 }
 
 // Fields -------------------------------------------------------------------------------------------
@@ -82,7 +93,7 @@ void CSVRowReader::readQuoted(std::stop_token const& task) {
 }
 
 CSVRowReader::FieldEnd CSVRowReader::endField(FieldEnd end) {
-  std::string_view const field(buffer_.data() + fieldBegin_, fieldEnd_ - fieldBegin_);
+  std::string_view const field(buffer_.get() + fieldBegin_, fieldEnd_ - fieldBegin_);
   if (mayBeHigh_ && options_.encoding == CSVEncoding::utf8) {
     if (!isValidUTF8(field)) throw DatabaseError("The CSV encoding is invalid. Choose the matching encoding.");
     mayBeHigh_ = false;
@@ -92,14 +103,14 @@ CSVRowReader::FieldEnd CSVRowReader::endField(FieldEnd end) {
 }
 
 /// Latin-1 is the first 256 characters of Unicode: a byte above 127 is two in UTF-8.
-void CSVRowReader::decodeLatin1() {
+void CSVRowReader::decodeLatin1(std::stop_token const& task) {
   std::size_t size = 0;
   for (std::string_view const field : fields_) {
     size += field.size() + static_cast<std::size_t>(std::count_if(field.begin(), field.end(), isHigh));
   }
-  decoded_.clear();
   decoded_.reserve(size);  // so that no view is left behind
   for (std::string_view& field : fields_) {
+    checkCancellation(task);
     std::size_t const begin = decoded_.size();
     for (char const byte : field) {
       auto const character = static_cast<unsigned char>(byte);
@@ -136,6 +147,7 @@ void CSVRowReader::failField() const {
 /// The place of the next byte that ends a run outside quotes: the delimiter or a line end. A quote is none, since it
 /// opens nothing but an empty field.
 std::size_t CSVRowReader::stopByte() {
+  assert(at_ >= end_ || end_ + Block::size() <= capacity_);
   Block const delimiter(options_.delimiter);
   Block const lineFeed(std::uint8_t{'\n'});
   Block const carriageReturn(std::uint8_t{'\r'});
@@ -160,24 +172,30 @@ bool CSVRowReader::refill(std::stop_token const& task) {
   makeRoom();
   std::size_t const got = read_(std::span(reinterpret_cast<std::uint8_t*>(&buffer_[end_]), readSize));
   end_ += got;
+  std::memset(&buffer_[end_], 0, Block::size());
   ended_ = got == 0;
   if (!ended_) checkCancellation(task);
   return !ended_;
 }
 
-/// Makes room for a read behind the row so far, which moves to the front.
+/// Makes room for a read behind the row so far, which moves to the front. Room that a row of uncommon length has left
+/// is given back.
 void CSVRowReader::makeRoom() {
   std::size_t const kept = end_ - rowBegin_;
   std::size_t const needed = kept + readSize + Block::size();
-  if (rowBegin_ == 0 && needed <= buffer_.size()) return;
-  std::vector<char> larger(needed > buffer_.size() ? std::max(needed, 2 * buffer_.size()) : 0);
-  char const* const from = buffer_.data() + rowBegin_;
-  char* const to = larger.empty() ? buffer_.data() : larger.data();
+  bool const fits = needed <= capacity_ && !isWaste(capacity_, needed);
+  if (rowBegin_ == 0 && fits) return;
+  std::size_t const capacity = fits ? capacity_ : 2 * needed;
+  // Room that is not written to takes no memory yet, so it is not filled with zeros.
+  auto other = fits ? nullptr : std::make_unique_for_overwrite<char[]>(capacity);
+  char const* const from = buffer_.get() + rowBegin_;
+  char* const to = other ? other.get() : buffer_.get();
   if (kept != 0) std::memmove(to, from, kept);
   for (std::string_view& field : fields_) field = {to + (field.data() - from), field.size()};
   for (std::size_t* const place : {&fieldBegin_, &fieldEnd_, &at_, &end_}) *place -= rowBegin_;
   rowBegin_ = 0;
-  if (!larger.empty()) buffer_.swap(larger);
+  if (other) buffer_ = std::move(other);
+  capacity_ = capacity;
 }
 
 }  // namespace tolva

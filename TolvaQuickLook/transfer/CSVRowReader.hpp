@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stop_token>
@@ -37,7 +38,8 @@ class CSVRowReader {
   FieldEnd readField(std::stop_token const& task);
   void readQuoted(std::stop_token const& task);
   FieldEnd endField(FieldEnd end);
-  void decodeLatin1();
+  void decodeLatin1(std::stop_token const& task);
+  void forgetLastRow();
 
   std::size_t stopByte();
   bool more(std::stop_token const& task) { return at_ < end_ || refill(task); }
@@ -53,7 +55,8 @@ class CSVRowReader {
   CSVOptions const options_;
   CSVLimits const limits_;
 
-  std::vector<char> buffer_;    // the row so far and the rest of what was read last; behind it a block's room
+  std::unique_ptr<char[]> buffer_;  // the row so far and the rest of what was read last; behind it a block of zeros
+  std::size_t capacity_ = 0;
   std::size_t rowBegin_ = 0;    // places in the buffer: of the row,
   std::size_t fieldBegin_ = 0;  // of the field so far, without its quotes,
   std::size_t fieldEnd_ = 0;

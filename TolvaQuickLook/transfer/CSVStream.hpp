@@ -27,17 +27,21 @@ struct CSVLimits {
   std::int64_t rowBytes = none;    // of the row in the file; a CR LF and a doubled quote are one each
 };
 
-/// Reads a delimited file row by row, with no more of it in memory than one row and 64 KiB.
+/// Reads a delimited file row by row.
 ///
-/// The format is that of RFC 4180 (https://www.rfc-editor.org/rfc/rfc4180) and more: CR, LF and CR LF each end a row, an
-/// empty line is a row of one empty field, and rows may differ in length. A quote opens a quoted section only as the
+/// The format is that of RFC 4180 (https://www.rfc-editor.org/rfc/rfc4180) and more: CR, LF and CR LF each end a row,
+/// an empty line is a row of one empty field, and rows may differ in length. A quote opens a quoted section only as the
 /// first byte of a field, and what follows the closing quote joins the field. A byte order mark stays where it stands.
 ///
-/// Used by one thread at a time. The file may be a database that is open. `task` is checked for each row and each 64 KiB.
-/// After a failure the stream is of no more use.
+/// It holds 64 KiB of the file and one row: its bytes, 16 more for each field and, of Latin-1, what it is in UTF-8.
+/// While a row beyond 64 KiB grows it is there twice for a moment; the rows behind it give back the room that it took.
+///
+/// Used by one thread at a time. The file may be a database that is open. `task` is checked for each row and each
+/// 64 KiB. After a failure the stream is of no more use.
 class TOLVA_EXPORT CSVStream {
  public:
-  /// Throws `std::filesystem::filesystem_error` when the file cannot be opened.
+  /// Throws `std::filesystem::filesystem_error` when the file cannot be opened; a pipe, device or folder is refused at
+  /// once with `std::errc::invalid_argument`.
   explicit CSVStream(std::filesystem::path const& file, CSVOptions const& options = {}, CSVLimits const& limits = {});
   ~CSVStream();
   CSVStream(CSVStream const&) = delete;

@@ -39,8 +39,7 @@ std::optional<std::vector<std::string>> DelimitedParser::finish() {
   if (quoted_) throw DatabaseError("The CSV contains an unterminated quoted field.");
   if (!active_) return std::nullopt;
   endField();
-  active_ = false;
-  return std::exchange(row_, {});
+  return std::move(row_);
 }
 
 void DelimitedParser::endField() { row_.push_back(std::exchange(field_, {})); }

@@ -17,13 +17,15 @@ namespace tolva {
 /// limits.
 class TOLVA_EXPORT DelimitedParser {
  public:
-  /// The delimiter is one character; it wins over the line ends, not over the quote that opens a field.
+  /// The delimiter is one character, told by its bytes: U+00E9 does not part fields at e with U+0301. It wins over the
+  /// line ends, not over the quote that opens a field.
   explicit DelimitedParser(std::string_view delimiter);
 
   /// The row that `character` ends, if it ends one.
   std::optional<std::vector<std::string>> consume(std::string_view character);
 
   /// The row that no line end followed; none when nothing came since the last. Throws `DatabaseError` inside quotes.
+  /// The parser is of no more use then.
   std::optional<std::vector<std::string>> finish();
 
  private:

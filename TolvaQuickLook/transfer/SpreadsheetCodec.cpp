@@ -9,7 +9,8 @@
 namespace tolva {
 namespace {
 
-/// Judged by bytes: CR LF is one character, and a field that holds it needs its quotes all the same.
+/// Judged by bytes, as the readers of files do: CR LF and a delimiter with a combining mark are one character each, and
+/// a field that holds them needs its quotes all the same.
 bool needsQuotes(std::string_view field, std::string_view delimiter) {
   return field.find_first_of("\"\r\n") != field.npos || field.find(delimiter) != field.npos;
 }

@@ -15,7 +15,8 @@
 namespace tolva {
 
 /// The reader of delimited text as it is defined: one byte after the other, each limit asked before and after each.
-/// `CSVStream` must give the same rows and the same failure, however it gets there.
+/// `CSVStream` must give the same rows and the same failure, however it gets there. What is valid UTF-8 both ask
+/// `isValidUTF8`, which has tests of its own.
 class CSVByteMachine {
  public:
   CSVByteMachine(std::string_view input, CSVOptions const& options, CSVLimits const& limits)

@@ -2,9 +2,12 @@
 #include "transfer/CSVStream.hpp"
 
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <random>
 #include <stdexcept>
 
@@ -16,6 +19,7 @@
 #include "support/NoTask.hpp"
 #include "support/Repeated.hpp"
 #include "support/SQLitePeer.hpp"
+#include "support/Sanitizer.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
@@ -104,6 +108,19 @@ TEST(CSVStream, SaysNothingMoreAtTheEnd) {
     SCOPED_TRACE(text);
     CSVStream stream(folder.write("rows.csv", text));
     rowsOf(stream);
+    EXPECT_EQ(stream.next(noTask), std::nullopt);
+    EXPECT_FALSE(stream.nextFields(noTask));
+  }
+}
+
+TEST(CSVStream, SaysNothingMoreThoughTheFileGrows) {
+  TemporaryFolder const folder;
+  for (char const* const text : {"", "a", "a\n"}) {
+    SCOPED_TRACE(text);
+    auto const file = folder.write("rows.csv", text);
+    CSVStream stream(file);
+    rowsOf(stream);
+    std::ofstream(file, std::ios::app) << "b\nc\n";
     EXPECT_EQ(stream.next(noTask), std::nullopt);
     EXPECT_FALSE(stream.nextFields(noTask));
   }
@@ -245,6 +262,47 @@ TEST(CSVStream, TakesAFieldOf16MiBAndNoByteMore) {
             DatabaseError("A CSV field exceeds the 16777216-byte import limit."));
 }
 
+/// `fields` fields of `size` bytes, the last one of `lastSize`, and CR LF.
+std::string rowOf(std::size_t fields, std::size_t size, std::size_t lastSize) {
+  return repeated(std::string(size, 'a') + ",", fields - 1) + std::string(lastSize, 'b') + "\r\n";
+}
+
+struct LongRowCase {
+  char const* says;
+  std::string row;
+  std::optional<DatabaseError> failure;
+};
+
+// With 63 delimiters and the CR, 64 fields of 16,383 bytes are 1,048,576.
+LongRowCase const longRows[] = {
+    {"as many fields as a row may have", rowOf(64, 1'000, 1'000), {}},
+    {"one more", rowOf(65, 1'000, 1'000), rowTooLong},
+    {"one more that is empty", rowOf(65, 1'000, 0), rowTooLong},
+    {"as many bytes as a field may have", rowOf(3, 1, 65'536), {}},
+    {"one more", rowOf(3, 1, 65'537), DatabaseError("A CSV field exceeds the 65536-byte import limit.")},
+    {"as many bytes as a row may have", rowOf(64, 16'383, 16'383), {}},
+    {"one more", rowOf(64, 16'383, 16'384), rowTooLong},
+};
+
+TEST(CSVStream, KeepsToItsLimitsInRowsOfManyReads) {
+  CSVLimits const limits{.columns = 64, .fieldBytes = 65'536, .rowBytes = 1'048'576};
+  for (LongRowCase const& each : longRows) {
+    // Rows that end wherever in a read, with the row in question first, last and between them.
+    for (std::size_t const before : {std::size_t{0}, std::size_t{1}, std::size_t{700}}) {
+      SCOPED_TRACE(testing::Message() << each.says << " behind " << before << " rows");
+      std::string const text = repeated(rowOf(9, 10, 11), before) + each.row + rowOf(1, 0, 3) + each.row;
+      TemporaryFolder const folder;
+      CSVStream stream(folder.write("rows.csv", text), {}, limits);
+      std::size_t rows = 0;
+      auto const failure = failureOf([&] {
+        while (stream.next(noTask)) ++rows;
+      });
+      EXPECT_EQ(failure, each.failure.value_or(failureOf([] {})));
+      EXPECT_EQ(rows, before + (each.failure ? 0 : 3));
+    }
+  }
+}
+
 // Where one read ends and the next begins ---------------------------------------------------------------
 
 TEST(CSVStream, ReadsOnWhereverAReadEnds) {
@@ -277,12 +335,43 @@ TEST(CSVStream, KeepsTheViewsOfARowThatTakesManyReads) {
   }
 }
 
+/// What this process has allocated, in bytes.
+std::size_t allocated() {
+  struct mallinfo2 const now = mallinfo2();
+  return now.uordblks + now.hblkhd;
+}
+
+TEST(CSVStream, GivesBackTheRoomOfARowThatIsFarLongerThanTheNext) {
+  if (sanitized) GTEST_SKIP() << "the allocator is another";
+  std::string const fields = repeated("\xFC,", 1'000'000);
+  std::string const row = "\xFC,b\n";
+  std::size_t const shortRows = 200'000;
+  TemporaryFolder const folder;
+  auto const file = folder.write("rows.csv", fields + "\n" + repeated(row, shortRows));
+  for (CSVOptions const& options : {CSVOptions{.encoding = CSVEncoding::latin1}, CSVOptions{.delimiter = 0xFC}}) {
+    std::size_t const before = allocated();
+    CSVStream stream(file, options);
+    EXPECT_EQ(stream.nextFields(noTask)->size(), 1'000'001U);
+    EXPECT_GT(allocated(), before + 2'000'000 + 1'000'001 * sizeof(std::string_view));
+    for (std::size_t count = 0; count < shortRows; ++count) ASSERT_TRUE(stream.nextFields(noTask));
+    EXPECT_LT(allocated(), before + 1'000'000);
+  }
+}
+
 // Files and tasks --------------------------------------------------------------------------------------
 
 TEST(CSVStream, PassesOnWhatTheFileSystemSays) {
   TemporaryFolder const folder;
   EXPECT_EQ(systemFailureOf([&] { CSVStream stream(folder / "none.csv"); }), "ENOENT none.csv");
   EXPECT_EQ(systemFailureOf([&] { CSVStream stream(folder.path()); }).substr(0, 6), "EINVAL");
+  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(systemFailureOf([&] { CSVStream stream(folder / "pipe"); }), "EINVAL pipe");
+  EXPECT_EQ(systemFailureOf([&] { CSVStream stream("/dev/null"); }), "EINVAL null");
+}
+
+TEST(CSVStream, PassesOnAReadThatFails) {
+  CSVStream memory("/proc/self/mem");  // nothing is mapped at its first byte
+  EXPECT_EQ(systemFailureOf([&] { memory.next(noTask); }), "EIO mem");
   CSVRowReader reader([](std::span<std::uint8_t>) -> std::size_t { throw std::runtime_error("The disk is gone."); }, {},
                       {});
   EXPECT_THROW(reader.next(noTask), std::runtime_error);
@@ -315,11 +404,27 @@ TEST(CSVStream, StopsWithinARowThatNeverEnds) {
       [&](std::span<std::uint8_t> into) {
         if (++reads == 3) source.request_stop();
         std::fill(into.begin(), into.end(), std::uint8_t{'a'});
-        return into.size();
+        return reads < 10 ? into.size() : 0;  // so that a reader that does not stop fails the test and no more
       },
       {}, {});
   EXPECT_THROW(reader.next(source.get_token()), TaskCancelled);
   EXPECT_EQ(reads, 3);
+}
+
+TEST(CSVStream, StopsWhileItDecodesARow) {
+  std::stop_source source;
+  int reads = 0;
+  CSVRowReader reader(
+      [&](std::span<std::uint8_t> into) -> std::size_t {
+        if (++reads > 1) {
+          source.request_stop();
+          return 0;
+        }
+        into[0] = 0xFC;
+        return 1;
+      },
+      {.encoding = CSVEncoding::latin1}, {});
+  EXPECT_THROW(reader.next(source.get_token()), TaskCancelled);
 }
 
 // Any input, any limits, any sizes of reads -------------------------------------------------------------

@@ -75,6 +75,7 @@ TEST(DelimitedParser, GivesARowWithTheCharacterThatEndsIt) {
 
 TEST(DelimitedParser, TakesAnyCharacterForTheDelimiter) {
   EXPECT_EQ(rowsOf({"a", "e\u0301", "e", "b"}, "e\u0301"), (Rows{{"a", "eb"}}));
+  EXPECT_EQ(rowsOf({"a", "e\u0301", "b"}, "\u00E9"), (Rows{{"ae\u0301b"}})) << "it is told by its bytes";
   EXPECT_EQ(rowsOf({"a", "\n", "b", "\r"}, "\n"), (Rows{{"a", "b"}})) << "it wins over the line ends";
   EXPECT_EQ(rowsOf({"a", "\"", "b"}, "\""), (Rows{{"a", "b"}})) << "but not over the quote that opens a field";
 }

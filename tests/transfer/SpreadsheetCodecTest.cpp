@@ -33,6 +33,9 @@ EncodeCase const encoded[] = {
     {"LF is quoted", {{"a\nb"}}, "\"a\nb\""},
     {"CR is quoted", {{"a\rb"}}, "\"a\rb\""},
     {"CR LF is quoted and kept", {{"a\r\nb"}}, "\"a\r\nb\""},
+    {"a delimiter with a mark is quoted", {{"a,\u0301b"}}, "\"a,\u0301b\""},
+    {"a quote with a mark is doubled", {{"x\"\u0301"}}, "\"x\"\"\u0301\""},
+    {"a mark alone is not quoted", {{"a", "\u0301b"}}, "a,\u0301b"},
     {"blanks and other control characters are not", {{" a\t", "\v"}}, " a\t,\v"},
     {"an empty field is nothing", {{"", ""}}, ","},
 };
@@ -80,6 +83,31 @@ TEST(SpreadsheetCodec, ReadsBackWhatItWrote) {
   Rows const rows = {{"a,b", "\"", "\n", "\r", "\r\n", ""}, {"", "\t", "\"\"", "x\"y,z\n"}, {"last"}};
   for (char const* const delimiter : {",", "\t", ";", "\u00E9"}) {
     EXPECT_EQ(SpreadsheetCodec::decode(SpreadsheetCodec::encode(rows, delimiter), delimiter), rows);
+  }
+}
+
+struct MarkCase {
+  char const* says;
+  std::vector<std::string> row;
+  Rows parsed;  // the same row by characters
+};
+
+MarkCase const marks[] = {
+    {"behind a quote within a field, one quote too many", {"x\"\u0301"}, {{"x\"\u0301\""}}},
+    {"behind a quote that begins a field, two fields", {"\"\u0301,b"}, {{"\"\u0301", "b\""}}},
+    {"behind the quote that opens a field, two fields", {"\u0301,b"}, {{"\"\u0301", "b\""}}},
+    {"behind a delimiter between fields, one field", {"a", "\u0301b"}, {{"a,\u0301b"}}},
+    {"behind a delimiter within a field, no harm", {"a,\u0301b", "c"}, {{"a,\u0301b", "c"}}},
+};
+
+TEST(SpreadsheetCodec, WritesMarksThatOnlyAReaderOfBytesReadsBack) {
+  TemporaryFolder const folder;
+  for (MarkCase const& each : marks) {
+    SCOPED_TRACE(each.says);
+    std::string const text = SpreadsheetCodec::encode({each.row}, ",");
+    CSVStream stream(folder.write("rows.csv", text));
+    EXPECT_EQ(stream.next(noTask), each.row);
+    EXPECT_EQ(SpreadsheetCodec::decode(text, ","), each.parsed);
   }
 }
 
