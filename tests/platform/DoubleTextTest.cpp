@@ -199,7 +199,7 @@ TEST(DoubleText, ReadsTheWholeTextOrNothing) { expectNumbers(); }
 TEST(DoubleText, ReadsAsStrtodDoes) {
   locale_t const plain = newlocale(LC_ALL_MASK, "C", nullptr);
   std::mt19937_64 random(20261120);
-  int numbers = 0;
+  int read = 0;
   for (int round = 0; round < 500'000; ++round) {
     std::string text;
     for (auto length = random() % 12 + 1; length > 0; --length) text += "0123456789012345678901.-+eExa"[random() % 29];
@@ -207,10 +207,10 @@ TEST(DoubleText, ReadsAsStrtodDoes) {
     std::optional<double> expected = strtod_l(text.c_str(), &end, plain);
     if (*end != 0) expected.reset();
     ASSERT_TRUE(same(doubleFromText(text), expected)) << text;
-    numbers += expected.has_value();
+    read += expected.has_value();
   }
   freelocale(plain);
-  EXPECT_GT(numbers, 10'000);
+  EXPECT_GT(read, 10'000);
 }
 
 TEST(DoubleText, ReadsANumberOfAnyLength) {

@@ -434,7 +434,7 @@ TEST(CSVStream, DoesWhatTheByteMachineDoes) {
   auto const below = [&random](std::size_t bound) { return random() % bound; };
   std::string_view const alphabets[] = {"a\",\n\r", "ab,;\"\"\r\n\xC3\xA9\xFF\0"sv,
                                         "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa,\n\""};
-  std::uint8_t const delimiters[] = {',', ';', 'a', '"', '\r', '\n', 0xC3, 0};
+  std::uint8_t const separators[] = {',', ';', 'a', '"', '\r', '\n', 0xC3, 0};
   for (int round = 0; round < 20'000; ++round) {
     std::string text;
     auto const alphabet = alphabets[below(std::size(alphabets))];
@@ -442,7 +442,7 @@ TEST(CSVStream, DoesWhatTheByteMachineDoes) {
       text += alphabet[below(alphabet.size())];
     }
     CSVOptions options;
-    if (below(3) == 0) options.delimiter = delimiters[below(std::size(delimiters))];
+    if (below(3) == 0) options.delimiter = separators[below(std::size(separators))];
     options.encoding = below(2) == 0 ? CSVEncoding::utf8 : CSVEncoding::latin1;
     auto const limit = [&](std::size_t most) {
       return below(2) == 0 ? CSVLimits::none : static_cast<std::int64_t>(below(most));
