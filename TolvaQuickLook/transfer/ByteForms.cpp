@@ -51,10 +51,8 @@ char* writeEscape(char* out, char byte) {
     *out++ = byte;
     return out;
   }
-  std::memcpy(out, "u00", 3);
-  out[3] = byte < 0x10 ? '0' : '1';
-  out[4] = "0123456789abcdef"[byte & 0xF];
-  return out + 5;
+  for (char const digit : {'u', '0', '0', byte < 0x10 ? '0' : '1', "0123456789abcdef"[byte & 0xF]}) *out++ = digit;
+  return out;
 }
 
 constexpr auto digitPairs = [] {
