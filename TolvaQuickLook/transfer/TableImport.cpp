@@ -11,6 +11,7 @@
 #include <utility>
 #include <variant>
 
+#include "core/LockPatience.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -67,11 +68,15 @@ struct FieldBinder {
   }
 };
 
-/// Inserts rows one by one through one statement, and counts them.
+/// Inserts rows one by one through one statement, and counts them. While it lives, all of them together wait for the
+/// locks of others as long as one statement may.
 class RowInserter {
  public:
   RowInserter(SQLiteConnection& connection, std::string const& sql, Names const& types)
-      : connection_(connection), statement_(connection.shared_from_this(), sql), takesNumbers_(types.size()) {
+      : connection_(connection),
+        patience_(connection),
+        statement_(connection.shared_from_this(), sql),
+        takesNumbers_(types.size()) {
     std::ranges::transform(types, takesNumbers_.begin(), [](std::string const& type) { return takesNumbers(type); });
   }
 
@@ -88,6 +93,7 @@ class RowInserter {
   std::string row() const { return "CSV row " + std::to_string(count_ + 1); }
 
   SQLiteConnection& connection_;
+  LockPatience const patience_;
   SQLiteStatement statement_;
   std::vector<char> takesNumbers_;  // by column
   std::int64_t count_ = 0;
@@ -108,6 +114,7 @@ void RowInserter::insert(Fields fields) {
   int stepped = SQLITE_ROW;
   while (stepped == SQLITE_ROW) stepped = sqlite3_step(statement);
   require(stepped == SQLITE_DONE ? SQLITE_OK : stepped);
+  if (patience_.spent()) throw DatabaseError("database is locked", SQLITE_BUSY);  // so COMMIT would be refused as well
   ++count_;
 }
 

@@ -34,6 +34,47 @@ TEST(FileTransferImport, WaitsForALockAndGivesUp) {
   EXPECT_EQ(peer.rows("SELECT a FROM t"), "theirs\n1");
 }
 
+constexpr std::int64_t manyRows = 2'500;
+
+/// So many rows of 1,000 bytes: some pages more than the cache holds, which are written before the transaction ends.
+std::string moreThanTheCache() {
+  std::string csv = "a\n";
+  for (std::int64_t row = 0; row < manyRows; ++row) csv += std::string(1000, 'x') + "\n";
+  return csv;
+}
+
+/// SQLite itself would wait 1.2 seconds for each of these pages, keep it in memory, and fail at the end.
+TEST(FileTransferImport, GivesUpWhenAReaderStaysWhileItSpills) {
+  for (bool const fresh : {true, false}) {
+    ImportScene scene(fresh ? "PRAGMA user_version = 1" : "CREATE TABLE t(a)");
+    std::string const before = scene.tables();
+    SQLitePeer reader(scene.database.path());
+    ASSERT_EQ(reader.exec("BEGIN"), "ok");
+    ASSERT_EQ(reader.rows("SELECT count(*) FROM sqlite_schema"), fresh ? "0" : "1");
+    auto const import = [&] { return fresh ? scene.intoNew(moreThanTheCache()) : scene.intoTable(moreThanTheCache()); };
+    EXPECT_EQ(failureOf([&] { import(); }), DatabaseError("database is locked", SQLITE_BUSY));
+    EXPECT_GE(scene.told.size(), 1U);
+    EXPECT_LT(scene.told.back(), manyRows) << "it gave up before it had inserted them all";
+    ASSERT_EQ(reader.exec("COMMIT"), "ok");
+    EXPECT_EQ(scene.tables(), before);
+    EXPECT_EQ(import(), manyRows);
+  }
+}
+
+/// What fits into the cache waits at its end alone.
+TEST(FileTransferImport, IsUndoneWhenAReaderRefusesItsCommit) {
+  ImportScene scene("CREATE TABLE t(a)");
+  SQLitePeer reader(scene.database.path());
+  ASSERT_EQ(reader.exec("BEGIN"), "ok");
+  ASSERT_EQ(reader.rows("SELECT count(*) FROM t"), "0");
+  EXPECT_EQ(failureOf([&] { scene.intoTable("a\n1\n2\n"); }),
+            DatabaseError("database is locked [COMMIT]", SQLITE_BUSY));
+  EXPECT_TRUE(scene.told.empty());
+  ASSERT_EQ(reader.exec("COMMIT"), "ok");
+  EXPECT_EQ(scene.rows(), "");
+  EXPECT_EQ(scene.intoTable("a\n1\n2\n"), 2);
+}
+
 TEST(FileTransferImport, KeepsOthersOutUntilItIsDone) {
   ImportScene scene("CREATE TABLE t(a)");
   SQLitePeer peer(scene.database.path());
