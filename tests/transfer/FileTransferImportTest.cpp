@@ -127,6 +127,21 @@ NewTableCase const newTables[] = {
     {"a mark before the header", "\uFEFFa\n1\n", {}, R"(CREATE TABLE "t" ("a" INTEGER))", "1|integer"},
     {"a mark before the first row makes texts and is not inserted", "\uFEFF1,2\n3,4\n", noHeader,
      R"(CREATE TABLE "t" ("column_1" TEXT,"column_2" INTEGER))", "1|text|2|integer\n3|text|4|integer"},
+    {"a mark before a header in quotes, which open nothing then",
+     "\uFEFF\"id\",\"name\"\n1,x\n",
+     {},
+     R"(CREATE TABLE "t" ("""id""" INTEGER,"name" TEXT))",
+     "1|integer|x|text"},
+    {"in Latin-1 it is three letters",
+     "\uFEFFa\n1\n",
+     {.encoding = CSVEncoding::latin1},
+     R"(CREATE TABLE "t" ("ï»¿a" INTEGER))",
+     "1|integer"},
+    {"a decimal becomes the nearest double",
+     "a\n9007199254740993.5\n1.50\n",
+     {},
+     R"(CREATE TABLE "t" ("a" REAL))",
+     "9.00719925474099e+15|real\n1.5|real"},
     {"a mark and nothing else", "\uFEFF", noHeader, R"(CREATE TABLE "t" ("column_1" TEXT))", "|text"},
     {"names of any kind",
      "select,\"a \"\"b\"\"\",ä\n1,2,3\n",
@@ -267,6 +282,15 @@ FailureCase const failures[] = {
     {"so too for a table",
      "CREATE TABLE t(a)",
      "a,A\n",
+     {},
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"so too for its own columns without a header", "CREATE TABLE t(\"ä\", \"Ä\")", "1,2\n", noHeader,
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"and for a column without a name", "CREATE TABLE t(a, \"\")", "1,2\n", noHeader,
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"two are equal once the mark has gone",
+     "",
+     "\uFEFFa,b,a\n",
      {},
      DatabaseError("CSV column names must be nonempty and unique.")},
     {"a name is no column",
@@ -450,6 +474,29 @@ TEST(FileTransferImport, TakesAsManyColumnsAsSQLiteDoes) {
   EXPECT_EQ(scene.tables(), "");
 }
 
+/// Nothing but delimiters: each byte is one more field.
+TEST(FileTransferImport, TellsOfARowOfMillionsOfFieldsInFewWords) {
+  std::string const delimiters(1'000'000, ',');
+  ImportScene fresh;
+  DatabaseError const failure = failureOf([&] { fresh.intoNew(delimiters, noHeader); });
+  EXPECT_TRUE(failure.detail.starts_with("too many columns on t [CREATE TABLE \"t\" (\"column_1\" INTEGER,"));
+  EXPECT_LT(failure.detail.size(), 100'000U);
+  EXPECT_EQ(failureOf([&] { fresh.intoNew(delimiters); }).detail, "CSV column names must be nonempty and unique.");
+  EXPECT_EQ(failureOf([&] { fresh.intoNew(delimiters + "\n1,2\n", noHeader); }).detail,
+            "CSV row has an unexpected number of fields.");
+  ImportScene scene("CREATE TABLE t(a, b)");
+  EXPECT_EQ(failureOf([&] { scene.intoTable(delimiters, noHeader); }).detail,
+            "CSV row 1 has 1000001 fields; expected 2.");
+  EXPECT_EQ(failureOf([&] { scene.intoTable(header(100'000)); }).detail,
+            "CSV headers must match editable destination columns.");
+  EXPECT_EQ(failureOf([&] { scene.intoTable("a,b," + header(100'000) + "1\n"); }).detail,
+            "CSV headers must match editable destination columns.");
+  std::string twice = header(100'000);
+  twice.back() = ',';
+  EXPECT_EQ(failureOf([&] { scene.intoTable(twice + "N1\n"); }).detail,
+            "CSV column names must be nonempty and unique.");
+}
+
 TEST(FileTransferImport, TakesAFieldAndANameOf16MiB) {
   std::string const most(16 * mebibyte, 'x');
   for (bool const fresh : {true, false}) {
@@ -461,6 +508,13 @@ TEST(FileTransferImport, TakesAFieldAndANameOf16MiB) {
   ImportScene scene;
   EXPECT_EQ(scene.intoNew(most + "\n1\n"), 1);
   EXPECT_EQ(scene.rows(), "1");
+  scene.database.run("DROP TABLE t");
+  std::string header = most;
+  for (char const letter : {'a', 'b', 'c', 'd'}) header += "," + std::string(16 * mebibyte, letter);
+  DatabaseError const failure = failureOf([&] { scene.intoNew(header); });
+  EXPECT_EQ(failure.detail.substr(0, 26), "out of memory [CREATE TABL");
+  EXPECT_EQ(failure.code, SQLITE_NOMEM);
+  EXPECT_EQ(scene.tables(), "");
 }
 
 // Order of what is done ---------------------------------------------------------------------------------
