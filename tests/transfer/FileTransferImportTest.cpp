@@ -3,14 +3,17 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <thread>
 
 #include "core/SQLIdentifier.hpp"
 #include "platform/TaskCancellation.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/SystemFailure.hpp"
+#include "support/Unprivileged.hpp"
 #include "transfer/ImportScene.hpp"
 
 namespace tolva {
@@ -255,6 +258,21 @@ TEST(FileTransferImport, RunsTheTriggersOfTheTable) {
   EXPECT_EQ(scene.rows("SELECT a FROM log"), "x!\ny!");
 }
 
+/// What a table does with a value that it has already is its own affair; the rows that were read are counted.
+TEST(FileTransferImport, CountsTheRowsThatATableResolves) {
+  struct {
+    char const* action;
+    char const* rows;
+  } const cases[] = {{"IGNORE", "1|x\n2|y"}, {"REPLACE", "1|z\n2|y"}};
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.action);
+    ImportScene scene(std::string("CREATE TABLE t(a INTEGER UNIQUE ON CONFLICT ") + each.action + ", b)");
+    EXPECT_EQ(scene.intoTable("a,b\n1,x\n2,y\n1,z\n"), 3);
+    EXPECT_EQ(scene.told, Told{3});
+    EXPECT_EQ(scene.rows("SELECT a, b FROM t ORDER BY a"), each.rows);
+  }
+}
+
 // Failures ----------------------------------------------------------------------------------------------
 
 struct FailureCase {
@@ -334,6 +352,11 @@ FailureCase const failures[] = {
      "a\n1\n2\n1\n",
      {},
      DatabaseError("CSV row 3: UNIQUE constraint failed: t.a", SQLITE_CONSTRAINT_UNIQUE)},
+    {"a value twice that rolls back by itself",
+     "CREATE TABLE t(a INTEGER UNIQUE ON CONFLICT ROLLBACK)",
+     "a\n" + lines(600) + "7\n8\n",
+     {},
+     DatabaseError("CSV row 601: UNIQUE constraint failed: t.a", SQLITE_CONSTRAINT_UNIQUE)},
     {"a check",
      "CREATE TABLE t(a INTEGER CHECK (a < 700))",
      "a\n" + lines(800),
@@ -579,6 +602,50 @@ TEST(FileTransferImport, RollsBackWhenTheProgressThrows) {
   EXPECT_EQ(scene.rows(), "");
 }
 
+TEST(FileTransferImport, RollsBackWhateverTheProgressThrows) {
+  ImportScene scene("CREATE TABLE t(a)");
+  scene.whenTold = [](std::int64_t count) { throw count; };
+  EXPECT_THROW(scene.intoTable("a\n" + lines(501)), std::int64_t);
+  EXPECT_EQ(scene.rows(), "");
+}
+
+TEST(FileTransferImport, NeedsNoProgress) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const file = scene.folder.write("in.csv", "a\n" + lines(501));
+  auto const schema = schemaOf(scene.database.path(), "t");
+  EXPECT_EQ(scene.transfer.importCSV(file, scene.database.path(), "t", schema, {}, {}, noTask), 501);
+  EXPECT_EQ(scene.rows("SELECT count(*) FROM t"), "501");
+}
+
+// Databases that are not written ------------------------------------------------------------------------
+
+TEST(FileTransferImport, NeedsADatabaseThatItMayWrite) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const schema = schemaOf(scene.database.path(), "t");
+  auto const rows = scene.folder.write("rows.csv", "a\n1\n");
+  auto const empty = scene.folder.write("empty.csv", "");
+  scene.folder.openToEverybody();
+  std::filesystem::permissions(scene.database.path(), std::filesystem::perms(0444));
+  std::string const told = asUnprivileged([&] {
+    DatabaseError const failure = failureOf([&] { scene.import(rows, schema); });
+    std::int64_t const none = scene.import(empty, schema);
+    return std::to_string(failure.code) + " " + failure.detail + ", " + std::to_string(none);
+  });
+  EXPECT_EQ(told, "8 CSV row 1: attempt to write a readonly database, 0");
+  EXPECT_EQ(scene.rows(), "");
+}
+
+TEST(FileTransferImport, RefusesASnapshot) {
+  TemporaryFolder const folder;
+  Environment const home("XDG_DATA_HOME", folder.path());
+  std::filesystem::create_directories(folder / "Tolva/Snapshots");
+  TemporaryDatabase const snapshot(folder, "Tolva/Snapshots/database.sqlite", "CREATE TABLE t(a)");
+  auto const import = [&] {
+    FileTransfer().importCSV(folder.write("in.csv", "a\n1\n"), snapshot.path(), "t", {}, {}, {}, noTask);
+  };
+  EXPECT_EQ(failureOf(import), DatabaseError("Historical snapshots cannot be modified.", SQLITE_READONLY));
+}
+
 // A file that is none, or changes -------------------------------------------------------------------------
 
 TEST(FileTransferImport, RefusesWhatIsNoFile) {
@@ -606,8 +673,10 @@ TEST(FileTransferImport, NoticesAFileThatChangesUnderIt) {
   scene.whenTold = [&](std::int64_t count) {
     if (count == 500) std::filesystem::resize_file(file, 150'000);
   };
-  EXPECT_GT(scene.intoNew(longRows()), 700) << "a file that ends between two rows, or within the last field, is whole";
-  EXPECT_EQ(scene.rows("SELECT typeof(a), count(*) FROM t"), "integer|" + std::to_string(scene.told.back()));
+  std::string const whole = longRows();
+  std::int64_t const kept = std::count(whole.begin(), whole.begin() + 150'000, '\n');  // the header, but a cut last row
+  EXPECT_EQ(scene.intoNew(whole), kept) << "a file that ends within the last field is whole";
+  EXPECT_EQ(scene.rows("SELECT typeof(a), count(*) FROM t"), "integer|" + std::to_string(kept));
 
   scene.database.run("DROP TABLE t");
   scene.whenTold = [&](std::int64_t count) {
@@ -666,7 +735,17 @@ TEST(FileTransferImport, EndsWhenItsTaskIsCancelled) {
   }
 }
 
-/// Only before its last check: what is committed stays.
+TEST(FileTransferImport, EndsWhenItIsCancelledBehindItsLastRow) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const file = scene.folder.write("in.csv", "a\n" + lines(500));
+  std::stop_source cancelled;
+  scene.whenTold = [&](std::int64_t) { cancelled.request_stop(); };
+  EXPECT_THROW(scene.import(file, schemaOf(scene.database.path(), "t"), {}, cancelled.get_token()), TaskCancelled);
+  EXPECT_EQ(scene.told, Told{500}) << "and not their number once more";
+  EXPECT_EQ(scene.rows(), "");
+}
+
+/// The last call of the progress comes when all is committed: to cancel then undoes nothing.
 TEST(FileTransferImport, IsNotUndoneWhenItIsCancelledAtItsEnd) {
   ImportScene scene("CREATE TABLE t(a)");
   std::stop_source late;
@@ -677,20 +756,24 @@ TEST(FileTransferImport, IsNotUndoneWhenItIsCancelledAtItsEnd) {
   EXPECT_EQ(scene.rows(), "1");
 }
 
-/// The row takes for ever, so that the cancel meets it.
+/// The row takes for ever, so that the cancel meets it. A cancel that meets no statement is forgotten: hence many.
 TEST(FileTransferImport, EndsWhenItsStatementIsCancelled) {
   ImportScene scene(
       "CREATE TABLE t(a); CREATE TRIGGER x AFTER INSERT ON t WHEN new.a = '501' BEGIN SELECT count(*) FROM ("
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n); END");
-  std::jthread const canceller([&](std::stop_token const& done) {
-    while (!done.stop_requested()) {
-      scene.transfer.cancellation()->cancel();
-      std::this_thread::yield();
-    }
-  });
+  std::jthread canceller;
+  scene.whenTold = [&](std::int64_t) {
+    canceller = std::jthread([&](std::stop_token const& done) {
+      while (!done.stop_requested()) {
+        scene.transfer.cancellation()->cancel();
+        std::this_thread::yield();
+      }
+    });
+  };
   auto const failure = failureOf([&] { scene.intoTable("a\n" + lines(501)); });
-  EXPECT_TRUE(failure.isCancellation()) << failure.detail;
+  EXPECT_EQ(failure, DatabaseError("CSV row 501: interrupted", SQLITE_INTERRUPT));
   EXPECT_EQ(failure.errorDescription(), "Cancelled");
+  EXPECT_EQ(scene.told, Told{500});
   EXPECT_EQ(scene.rows(), "");
 }
 
