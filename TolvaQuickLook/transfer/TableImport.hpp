@@ -37,10 +37,10 @@ class TableImport {
   std::int64_t run(std::filesystem::path const& file, TransferProgress const& progress, std::stop_token const& task);
 
  private:
+  /// Its fields stand without byte order marks; of more than a table can have columns, so many and one more.
   struct FirstRow {
     std::size_t length;  // its fields in the file
-    std::vector<std::string>
-        fields;  // without byte order marks; of more than a table can have columns, so many and one more
+    std::vector<std::string> fields;
   };
 
   FirstRow firstRow(std::span<std::string_view const> row) const;
