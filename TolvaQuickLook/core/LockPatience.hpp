@@ -4,7 +4,6 @@
 #include <chrono>
 
 #include "core/SQLiteConnection.hpp"
-#include "platform/Export.hpp"
 
 namespace tolva {
 
@@ -18,7 +17,7 @@ namespace tolva {
 ///
 /// Belongs to the thread that made it, and ends before the connection. One at a time for a connection; the busy timeout
 /// of `SQLiteConnection::open` is back behind it.
-class TOLVA_EXPORT LockPatience {
+class LockPatience {
  public:
   explicit LockPatience(SQLiteConnection const& connection,
                         std::chrono::milliseconds most = SQLiteConnection::busyTimeout);
