@@ -16,8 +16,6 @@
 namespace tolva {
 namespace {
 
-constexpr int busyTimeout = 1200;  // milliseconds
-
 int openFlags(OpenOptions const& options) {
   int flags = SQLITE_OPEN_FULLMUTEX | (options.readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE);
   if (options.create && !options.readOnly) flags |= SQLITE_OPEN_CREATE;
@@ -79,7 +77,7 @@ SQLiteConnection::~SQLiteConnection() {
 
 void SQLiteConnection::configure() {
   sqlite3_extended_result_codes(db_, 1);
-  sqlite3_busy_timeout(db_, busyTimeout);
+  sqlite3_busy_timeout(db_, static_cast<int>(busyTimeout.count()));
   execute("PRAGMA foreign_keys = ON");
   if (readOnly_) execute("PRAGMA query_only = ON");
 }

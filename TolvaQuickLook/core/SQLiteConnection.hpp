@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
@@ -40,6 +41,8 @@ struct OpenOptions {
 /// the last of its statements have gone.
 class TOLVA_EXPORT SQLiteConnection : public std::enable_shared_from_this<SQLiteConnection> {
  public:
+  static constexpr std::chrono::milliseconds busyTimeout{1200};  // what a statement waits for the locks of others
+
   /// Opens the file at `path`, made absolute, with foreign keys enforced, a busy timeout of 1.2 seconds and extended
   /// result codes. Read-only connections also refuse to write through `PRAGMA query_only`; a writable one is refused
   /// on a database of the snapshot store (code 8).

@@ -12,7 +12,7 @@
 namespace tolva {
 
 /// The type that a column is made with when its table is made for the rows of a file.
-enum class InferredType { integer, real, text };
+enum class InferredType : std::uint8_t { integer, real, text };
 
 /// As it stands in the statement.
 constexpr std::string_view rawValue(InferredType type) {
@@ -27,10 +27,11 @@ constexpr std::string_view rawValue(InferredType type) {
   return "TEXT";
 }
 
-/// Finds the narrowest type for each column in which all of its fields keep their text and their value. A value.
+/// Finds the narrowest type for each column that fits all of its fields. A value.
 ///
-/// Only what reads back as it was written counts as a number: a code like "007" or "+49" and a number like "1e5" make a
-/// column of texts, and so does an integer from 2^53 on that would have to share a column with decimals.
+/// An integer counts as one only if it reads back as it was written: a code like "007" or "+49" makes a column of texts.
+/// So does a number like "1e5", and an integer from 2^53 on that would have to share a column with decimals: as a double
+/// it would lose digits. A plain decimal is taken for the double nearest to it, and may well lose some.
 class ColumnTypeInference {
  public:
   explicit ColumnTypeInference(std::size_t columns) : columns_(columns) {}

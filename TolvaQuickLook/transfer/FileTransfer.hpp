@@ -84,8 +84,9 @@ class TOLVA_EXPORT FileTransfer {
   /// without one a row fills the columns from the first on. A field becomes what `SQLiteValue::input` makes of it by
   /// the declared type. Generated columns take nothing.
   ///
-  /// Without a `schema` the table is made, with the narrowest type for each column in which every field keeps its text
-  /// and its value. The file is read twice for it; without a header the columns are "column_1" and on.
+  /// Without a `schema` the table is made, with the narrowest type for each column that fits all of its fields: as an
+  /// integer or a text a field keeps every letter, a decimal becomes the double nearest to it. The file is read twice for
+  /// it, and nobody should write to it meanwhile; without a header the columns are "column_1" and on.
   ///
   /// A row that the table refuses throws `DatabaseError` with SQLite's code and its number among the rows, the header
   /// not counted. `progress` is called inside the transaction but for the last time; it may wait for a thread that

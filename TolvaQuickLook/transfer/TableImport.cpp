@@ -11,6 +11,7 @@
 #include <utility>
 #include <variant>
 
+#include "core/LockPatience.hpp"
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -18,6 +19,7 @@
 #include "platform/JoinedText.hpp"
 #include "platform/LowerCase.hpp"
 #include "transfer/ByteOrderMark.hpp"
+#include "transfer/ColumnTypeInference.hpp"
 
 namespace tolva {
 namespace {
@@ -27,13 +29,16 @@ using Fields = std::span<std::string_view const>;
 
 constexpr std::int64_t batch = 500;  // rows between two savepoints, and two calls of the progress
 
-void requireDistinct(Names const& names) {
+/// `others` are the names of a header behind those that a table can have.
+void requireDistinct(Names const& names, Fields others) {
   std::unordered_set<std::string> seen;
-  for (std::string const& name : names) {
+  auto const require = [&](std::string_view name) {
     if (name.empty() || !seen.insert(lowerUnicode(name)).second) {
       throw DatabaseError("CSV column names must be nonempty and unique.");
     }
-  }
+  };
+  std::ranges::for_each(names, require);
+  std::ranges::for_each(others, require);
 }
 
 // SQL ----------------------------------------------------------------------------------------------
@@ -67,17 +72,22 @@ struct FieldBinder {
   }
 };
 
-/// Inserts rows one by one through one statement, and counts them.
+/// Inserts rows one by one through one statement, and counts them. While it lives, all of them together wait for the
+/// locks of others as long as one statement may.
 class RowInserter {
  public:
   RowInserter(SQLiteConnection& connection, std::string const& sql, Names const& types)
-      : connection_(connection), statement_(connection.shared_from_this(), sql), takesNumbers_(types.size()) {
+      : connection_(connection),
+        patience_(connection),
+        statement_(connection.shared_from_this(), sql),
+        takesNumbers_(types.size()) {
     std::ranges::transform(types, takesNumbers_.begin(), [](std::string const& type) { return takesNumbers(type); });
   }
 
   std::int64_t count() const { return count_; }
 
   void insert(Fields fields);
+  void requireLength(std::size_t fields) const;
 
   /// Inserts the rows of `stream` up to the next batch's end; false when there was none left. Holds the handle's mutex,
   /// which each of the many calls for a row would otherwise take for itself.
@@ -88,16 +98,20 @@ class RowInserter {
   std::string row() const { return "CSV row " + std::to_string(count_ + 1); }
 
   SQLiteConnection& connection_;
+  LockPatience const patience_;
   SQLiteStatement statement_;
-  std::vector<char> takesNumbers_;  // by column
+  std::vector<char> takesNumbers_;  // by column; whole bytes, since it is asked for each field
   std::int64_t count_ = 0;
 };
 
+void RowInserter::requireLength(std::size_t fields) const {
+  if (fields == takesNumbers_.size()) return;
+  throw DatabaseError(row() + " has " + std::to_string(fields) + " fields; expected " +
+                      std::to_string(takesNumbers_.size()) + ".");
+}
+
 void RowInserter::insert(Fields fields) {
-  if (fields.size() != takesNumbers_.size()) {
-    throw DatabaseError(row() + " has " + std::to_string(fields.size()) + " fields; expected " +
-                        std::to_string(takesNumbers_.size()) + ".");
-  }
+  requireLength(fields.size());
   sqlite3_stmt* const statement = statement_.handle();
   sqlite3_reset(statement);
   sqlite3_clear_bindings(statement);
@@ -108,6 +122,7 @@ void RowInserter::insert(Fields fields) {
   int stepped = SQLITE_ROW;
   while (stepped == SQLITE_ROW) stepped = sqlite3_step(statement);
   require(stepped == SQLITE_DONE ? SQLITE_OK : stepped);
+  if (patience_.spent()) throw DatabaseError("database is locked", SQLITE_BUSY);  // so COMMIT would be refused as well
   ++count_;
 }
 
@@ -127,32 +142,36 @@ bool RowInserter::insertBatch(CSVStream& stream, std::stop_token const& task) {
   return true;
 }
 
-/// Makes the table, if it has to be made, and the statement that fills it. The budget is for what the schema of a
-/// hostile file can make of either.
-RowInserter ready(SQLiteConnection& connection, std::string const& create, std::string const& insert,
-                  Names const& types) {
+/// Makes the table, if there is a statement for it, and then the one that fills it. The budget is for what the schema of
+/// a hostile file can make of either.
+RowInserter makeTableAndInserter(SQLiteConnection& connection, std::optional<std::string> const& create,
+                                 std::string const& insert, Names const& types) {
   MemoryBudget const preparing(MemoryBudget::ordinary);
-  if (!create.empty()) connection.execute(create);
+  if (create) connection.execute(*create);
   return RowInserter(connection, insert, types);
 }
 
 }  // namespace
 
-std::int64_t TableImport::run(std::filesystem::path const& file, Progress const& progress,
+std::int64_t TableImport::run(std::filesystem::path const& file, TransferProgress const& progress,
                               std::stop_token const& task) {
   CSVStream stream(file, options_, importLimits);
-  std::optional<Names> first = stream.next(task);
-  if (!first) return 0;
-  removeByteOrderMarks(first->front());
-  Names const names = columnNames(*first);
-  requireDistinct(names);
-  Names const types = schema_ ? declaredTypes(names) : inferredTypes(file, names.size(), task);
+  std::optional<Fields> const row = stream.nextFields(task);
+  if (!row) return 0;
+  FirstRow const first = firstRow(*row);
+  Names const names = columnNames(first.fields);
+  requireDistinct(names, options_.header ? row->subspan(names.size()) : Fields());
+  Names const types = schema_ ? declaredTypes(names) : inferredTypes(file, first, task);
+  std::optional<std::string> create;
+  if (!schema_) create = createSQL(table_, names, types);
 
   auto const insertAll = [&] {
-    RowInserter rows =
-        ready(connection_, schema_ ? "" : createSQL(table_, names, types), insertSQL(table_, names), types);
+    RowInserter rows = makeTableAndInserter(connection_, create, insertSQL(table_, names), types);
     connection_.execute("SAVEPOINT csv_batch");
-    if (!options_.header) rows.insert(std::vector<std::string_view>(first->begin(), first->end()));
+    if (!options_.header) {
+      rows.requireLength(first.length);
+      rows.insert(std::vector<std::string_view>(first.fields.begin(), first.fields.end()));
+    }
     while (rows.insertBatch(stream, task)) {
       connection_.execute("RELEASE csv_batch");
       connection_.execute("SAVEPOINT csv_batch");
@@ -164,6 +183,16 @@ std::int64_t TableImport::run(std::filesystem::path const& file, Progress const&
   std::int64_t const count = connection_.transaction(insertAll, task);
   if (progress) progress(count);
   return count;
+}
+
+/// A file of nothing but delimiters has a row of millions of fields. One more than a table can have is enough for SQLite
+/// to refuse them all.
+TableImport::FirstRow TableImport::firstRow(Fields row) const {
+  auto const most = static_cast<std::size_t>(sqlite3_limit(connection_.handle(), SQLITE_LIMIT_COLUMN, -1)) + 1;
+  Fields const kept = row.first(std::min(row.size(), most));
+  FirstRow first{.length = row.size(), .fields = Names(kept.begin(), kept.end())};
+  removeByteOrderMarks(first.fields.front());
+  return first;
 }
 
 Names TableImport::columnNames(Names const& firstRow) const {
@@ -197,14 +226,15 @@ Names TableImport::declaredTypes(Names const& names) const {
 
 /// Reads the whole file once more. A byte order mark stays in the first field here, though the row that is inserted
 /// loses it: in a file without a header it makes the first column one of texts, which keeps every field as it stands.
-Names TableImport::inferredTypes(std::filesystem::path const& file, std::size_t columns,
+Names TableImport::inferredTypes(std::filesystem::path const& file, FirstRow const& first,
                                  std::stop_token const& task) const {
   CSVStream stream(file, options_, importLimits);
   if (options_.header) stream.nextFields(task);
-  ColumnTypeInference inference(columns);
+  ColumnTypeInference inference(first.length);
   while (auto const fields = stream.nextFields(task)) inference.add(*fields);
+  std::vector<InferredType> const inferred = inference.types();
   Names types;
-  for (InferredType const type : inference.types()) types.emplace_back(rawValue(type));
+  for (std::size_t column = 0; column < first.fields.size(); ++column) types.emplace_back(rawValue(inferred[column]));
   return types;
 }
 

@@ -150,6 +150,19 @@ TEST(FaultInjector, LetsTheNthWriteWriteNothing) {
   EXPECT_FALSE(FaultInjector::writingNothing(at.folder.path(), 1, [] {}));
 }
 
+TEST(FaultInjector, CountsAndFailsTheReadsAlone) {
+  Scene const at;
+  char bytes[2];
+  FaultInjector const injector(at.folder.path(), {.at = 2, .error = EIO, .reads = true});
+  EXPECT_EQ(::read(at.file.get(), bytes, 2), 2);
+  EXPECT_EQ(::write(at.file.get(), "x", 1), 1);
+  errno = 0;
+  EXPECT_EQ(::pread(at.file.get(), bytes, 2, 0), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(::pread64(at.file.get(), bytes, 2, 0), 2);
+  EXPECT_EQ(injector.trace(), "read pread pread");
+}
+
 TEST(FaultInjector, LetsFilesGoWhileTheDiskIsFull) {
   Scene const scene;
   FaultInjector const injector(scene.folder.path(), {.at = 1, .error = ENOSPC, .lasting = true});

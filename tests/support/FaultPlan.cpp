@@ -64,14 +64,17 @@ bool harms(char const* call, bool removal) {
   return true;
 }
 
-/// Asks `where` for its place only while a plan is armed, and leaves `errno` alone unless the call is to fail.
+enum class Kind { change, removal, read };
+
+/// Asks `where` for its place only while a plan for such calls is armed, and leaves `errno` alone unless the call is to
+/// fail.
 template <class Where>
-bool ask(char const* call, bool removal, Where&& where) {
-  if (!armed.load(std::memory_order_acquire)) return false;
+bool ask(char const* call, Kind kind, Where&& where) {
+  if (!armed.load(std::memory_order_acquire) || plan.reads != (kind == Kind::read)) return false;
   int const before = errno;
   bool const below = where();
   errno = before;
-  return below && harms(call, removal);
+  return below && harms(call, kind == Kind::removal);
 }
 
 }  // namespace
@@ -100,19 +103,23 @@ std::string trace() {
 }
 
 bool strikes(char const* call, int descriptor) noexcept {
-  return ask(call, false, [&] { return isBelow(descriptor); });
+  return ask(call, Kind::change, [&] { return isBelow(descriptor); });
 }
 
 bool strikes(char const* call, CallPlace place) noexcept {
-  return ask(call, false, [&] { return isBelow(place); });
+  return ask(call, Kind::change, [&] { return isBelow(place); });
 }
 
 bool strikes(char const* call, CallPlace from, CallPlace to) noexcept {
-  return ask(call, false, [&] { return isBelow(from) || isBelow(to); });
+  return ask(call, Kind::change, [&] { return isBelow(from) || isBelow(to); });
 }
 
 bool strikesRemoval(char const* call, CallPlace place) noexcept {
-  return ask(call, true, [&] { return isBelow(place); });
+  return ask(call, Kind::removal, [&] { return isBelow(place); });
+}
+
+bool strikesRead(char const* call, int descriptor) noexcept {
+  return ask(call, Kind::read, [&] { return isBelow(descriptor); });
 }
 
 long resultOfWrite() noexcept { return plan.empty ? 0 : -1; }

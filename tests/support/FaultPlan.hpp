@@ -11,6 +11,7 @@ struct Fault {
   long at = 0;                                    // counted from 1; 0 harms none
   int error = 0;                                  // the errno that it fails with; 0 kills the process instead
   bool lasting = false;                           // whether all later ones fail as well
+  bool reads = false;                             // whether the calls that read are counted, and only those
   bool empty = false;                             // whether a `write` does nothing and returns 0 instead of failing
   std::function<void()> const* before = nullptr;  // if set, done before the call, which is left unharmed; never throws
 };
@@ -37,6 +38,7 @@ bool strikes(char const* call, int descriptor) noexcept;
 bool strikes(char const* call, CallPlace place) noexcept;
 bool strikes(char const* call, CallPlace from, CallPlace to) noexcept;
 bool strikesRemoval(char const* call, CallPlace place) noexcept;  // a full disk lets these through
+bool strikesRead(char const* call, int descriptor) noexcept;      // counted only where the plan is for reads
 
 /// What a `write` returns that is struck.
 long resultOfWrite() noexcept;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The libc calls that change files, defined by the test executable itself: the dynamic linker binds every library of the
+// The libc calls that change files or read them, defined by the test executable itself: the dynamic linker binds every library of the
 // process to them, SQLite and the C++ library included. Each asks the plan, then goes on to the next definition.
 
 // The headers must neither rename the calls nor replace them by inline functions.
@@ -23,6 +23,7 @@
 namespace {
 
 using tolva::faultPlan::strikes;
+using tolva::faultPlan::strikesRead;
 using tolva::faultPlan::strikesRemoval;
 
 bool changesFiles(int flags) { return (flags & (O_CREAT | O_TRUNC)) != 0 || (flags & O_ACCMODE) != O_RDONLY; }
@@ -118,6 +119,18 @@ int fallocate(int descriptor, int mode, off_t offset, off_t size) {
 
 int fallocate64(int descriptor, int mode, off64_t offset, off64_t size) {
   return strikes("fallocate", descriptor) ? -1 : NEXT(fallocate64)(descriptor, mode, offset, size);
+}
+
+ssize_t read(int descriptor, void* bytes, size_t size) {
+  return strikesRead("read", descriptor) ? -1 : NEXT(read)(descriptor, bytes, size);
+}
+
+ssize_t pread(int descriptor, void* bytes, size_t size, off_t offset) {
+  return strikesRead("pread", descriptor) ? -1 : NEXT(pread)(descriptor, bytes, size, offset);
+}
+
+ssize_t pread64(int descriptor, void* bytes, size_t size, off64_t offset) {
+  return strikesRead("pread", descriptor) ? -1 : NEXT(pread64)(descriptor, bytes, size, offset);
 }
 
 // These two return the reason.

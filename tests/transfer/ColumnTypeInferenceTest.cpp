@@ -2,14 +2,17 @@
 #include "transfer/ColumnTypeInference.hpp"
 
 #include <gtest/gtest.h>
+#include <locale.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <random>
 #include <string>
 
-#include "platform/DoubleText.hpp"
 #include "platform/Expression.hpp"
 #include "support/Failure.hpp"
 
@@ -131,7 +134,22 @@ TEST(ColumnTypeInference, RefusesARowOfAnotherLength) {
 std::string randomField(std::mt19937_64& random) {
   static char const* const wide[] = {"9007199254740991",  "9007199254740992",    "-9007199254740991",
                                      "-9007199254740992", "9223372036854775807", "-9223372036854775808"};
+  static std::string const odd[] = {"9223372036854775808",
+                                    "-9223372036854775809",
+                                    "99999999999999999999",
+                                    "9007199254740993.5",
+                                    "0x10",
+                                    "0x1.8p1",
+                                    "inf",
+                                    "-infinity",
+                                    "nan",
+                                    "1e999",
+                                    "1" + std::string(309, '0') + ".0",
+                                    "\u0661\u0662",
+                                    "\u0661.5",
+                                    "\uFF11"};
   if (random() % 8 == 0) return wide[random() % std::size(wide)];
+  if (random() % 16 == 0) return odd[random() % std::size(odd)];
   std::string field;
   for (auto length = random() % 6; length > 0; --length) field += "0012345679..-+e\n "[random() % 17];
   return field;
@@ -150,6 +168,26 @@ TEST(ColumnTypeInference, TakesForADecimalWhatTheExpressionDoes) {
   EXPECT_GT(decimals, 2'000);
 }
 
+/// The field as C reads it, if it is a signed 64-bit integer from its first letter to its last.
+std::optional<long long> integerOfC(std::string const& field) {
+  bool const sign = field.starts_with('-') || field.starts_with('+');
+  if (field.size() == sign || !std::isdigit(static_cast<unsigned char>(field[sign]))) return std::nullopt;
+  char* end = nullptr;
+  errno = 0;
+  long long const value = std::strtoll(field.c_str(), &end, 10);
+  if (errno != 0 || end != field.c_str() + field.size()) return std::nullopt;
+  return value;
+}
+
+/// The same for a floating-point number.
+std::optional<double> numberOfC(std::string const& field) {
+  char* end = nullptr;
+  static locale_t const c = ::newlocale(LC_ALL_MASK, "C", nullptr);  // the test runs under any
+  double const value = ::strtod_l(field.c_str(), &end, c);
+  if (field.empty() || end != field.c_str() + field.size()) return std::nullopt;
+  return value;
+}
+
 /// The type of a column the long way: step by step, with a decision of its own at each.
 std::string typeStepByStep(Fields const& fields) {
   static Expression const decimal("^-?(0|[1-9][0-9]*)\\.[0-9]+$");
@@ -157,8 +195,8 @@ std::string typeStepByStep(Fields const& fields) {
   bool wide = false;
   for (std::string const& field : fields) {
     if (type == "TEXT" || field.empty()) continue;
-    auto const number = doubleFromText(field);
-    if (auto const integer = integerFromText(field)) {
+    auto const number = numberOfC(field);
+    if (auto const integer = integerOfC(field)) {
       if (std::to_string(*integer) != field) type = "TEXT";
       if (type != "TEXT" && !(*integer > -9007199254740992 && *integer < 9007199254740992)) {
         wide = true;

@@ -3,14 +3,17 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 #include <functional>
 #include <thread>
 
 #include "core/SQLIdentifier.hpp"
 #include "platform/TaskCancellation.hpp"
+#include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/SystemFailure.hpp"
+#include "support/Unprivileged.hpp"
 #include "transfer/ImportScene.hpp"
 
 namespace tolva {
@@ -127,6 +130,21 @@ NewTableCase const newTables[] = {
     {"a mark before the header", "\uFEFFa\n1\n", {}, R"(CREATE TABLE "t" ("a" INTEGER))", "1|integer"},
     {"a mark before the first row makes texts and is not inserted", "\uFEFF1,2\n3,4\n", noHeader,
      R"(CREATE TABLE "t" ("column_1" TEXT,"column_2" INTEGER))", "1|text|2|integer\n3|text|4|integer"},
+    {"a mark before a header in quotes, which open nothing then",
+     "\uFEFF\"id\",\"name\"\n1,x\n",
+     {},
+     R"(CREATE TABLE "t" ("""id""" INTEGER,"name" TEXT))",
+     "1|integer|x|text"},
+    {"in Latin-1 it is three letters",
+     "\uFEFFa\n1\n",
+     {.encoding = CSVEncoding::latin1},
+     R"(CREATE TABLE "t" ("ï»¿a" INTEGER))",
+     "1|integer"},
+    {"a decimal becomes the nearest double",
+     "a\n9007199254740993.5\n1.50\n",
+     {},
+     R"(CREATE TABLE "t" ("a" REAL))",
+     "9.00719925474099e+15|real\n1.5|real"},
     {"a mark and nothing else", "\uFEFF", noHeader, R"(CREATE TABLE "t" ("column_1" TEXT))", "|text"},
     {"names of any kind",
      "select,\"a \"\"b\"\"\",ä\n1,2,3\n",
@@ -240,6 +258,21 @@ TEST(FileTransferImport, RunsTheTriggersOfTheTable) {
   EXPECT_EQ(scene.rows("SELECT a FROM log"), "x!\ny!");
 }
 
+/// What a table does with a value that it has already is its own affair; the rows that were read are counted.
+TEST(FileTransferImport, CountsTheRowsThatATableResolves) {
+  struct {
+    char const* action;
+    char const* rows;
+  } const cases[] = {{"IGNORE", "1|x\n2|y"}, {"REPLACE", "1|z\n2|y"}};
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.action);
+    ImportScene scene(std::string("CREATE TABLE t(a INTEGER UNIQUE ON CONFLICT ") + each.action + ", b)");
+    EXPECT_EQ(scene.intoTable("a,b\n1,x\n2,y\n1,z\n"), 3);
+    EXPECT_EQ(scene.told, Told{3});
+    EXPECT_EQ(scene.rows("SELECT a, b FROM t ORDER BY a"), each.rows);
+  }
+}
+
 // Failures ----------------------------------------------------------------------------------------------
 
 struct FailureCase {
@@ -267,6 +300,15 @@ FailureCase const failures[] = {
     {"so too for a table",
      "CREATE TABLE t(a)",
      "a,A\n",
+     {},
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"so too for its own columns without a header", "CREATE TABLE t(\"ä\", \"Ä\")", "1,2\n", noHeader,
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"and for a column without a name", "CREATE TABLE t(a, \"\")", "1,2\n", noHeader,
+     DatabaseError("CSV column names must be nonempty and unique.")},
+    {"two are equal once the mark has gone",
+     "",
+     "\uFEFFa,b,a\n",
      {},
      DatabaseError("CSV column names must be nonempty and unique.")},
     {"a name is no column",
@@ -310,6 +352,11 @@ FailureCase const failures[] = {
      "a\n1\n2\n1\n",
      {},
      DatabaseError("CSV row 3: UNIQUE constraint failed: t.a", SQLITE_CONSTRAINT_UNIQUE)},
+    {"a value twice that rolls back by itself",
+     "CREATE TABLE t(a INTEGER UNIQUE ON CONFLICT ROLLBACK)",
+     "a\n" + lines(600) + "7\n8\n",
+     {},
+     DatabaseError("CSV row 601: UNIQUE constraint failed: t.a", SQLITE_CONSTRAINT_UNIQUE)},
     {"a check",
      "CREATE TABLE t(a INTEGER CHECK (a < 700))",
      "a\n" + lines(800),
@@ -450,6 +497,29 @@ TEST(FileTransferImport, TakesAsManyColumnsAsSQLiteDoes) {
   EXPECT_EQ(scene.tables(), "");
 }
 
+/// Nothing but delimiters: each byte is one more field.
+TEST(FileTransferImport, TellsOfARowOfMillionsOfFieldsInFewWords) {
+  std::string const delimiters(1'000'000, ',');
+  ImportScene fresh;
+  DatabaseError const failure = failureOf([&] { fresh.intoNew(delimiters, noHeader); });
+  EXPECT_TRUE(failure.detail.starts_with("too many columns on t [CREATE TABLE \"t\" (\"column_1\" INTEGER,"));
+  EXPECT_LT(failure.detail.size(), 100'000U);
+  EXPECT_EQ(failureOf([&] { fresh.intoNew(delimiters); }).detail, "CSV column names must be nonempty and unique.");
+  EXPECT_EQ(failureOf([&] { fresh.intoNew(delimiters + "\n1,2\n", noHeader); }).detail,
+            "CSV row has an unexpected number of fields.");
+  ImportScene scene("CREATE TABLE t(a, b)");
+  EXPECT_EQ(failureOf([&] { scene.intoTable(delimiters, noHeader); }).detail,
+            "CSV row 1 has 1000001 fields; expected 2.");
+  EXPECT_EQ(failureOf([&] { scene.intoTable(header(100'000)); }).detail,
+            "CSV headers must match editable destination columns.");
+  EXPECT_EQ(failureOf([&] { scene.intoTable("a,b," + header(100'000) + "1\n"); }).detail,
+            "CSV headers must match editable destination columns.");
+  std::string twice = header(100'000);
+  twice.back() = ',';
+  EXPECT_EQ(failureOf([&] { scene.intoTable(twice + "N1\n"); }).detail,
+            "CSV column names must be nonempty and unique.");
+}
+
 TEST(FileTransferImport, TakesAFieldAndANameOf16MiB) {
   std::string const most(16 * mebibyte, 'x');
   for (bool const fresh : {true, false}) {
@@ -461,6 +531,13 @@ TEST(FileTransferImport, TakesAFieldAndANameOf16MiB) {
   ImportScene scene;
   EXPECT_EQ(scene.intoNew(most + "\n1\n"), 1);
   EXPECT_EQ(scene.rows(), "1");
+  scene.database.run("DROP TABLE t");
+  std::string header = most;
+  for (char const letter : {'a', 'b', 'c', 'd'}) header += "," + std::string(16 * mebibyte, letter);
+  DatabaseError const failure = failureOf([&] { scene.intoNew(header); });
+  EXPECT_EQ(failure.detail.substr(0, 26), "out of memory [CREATE TABL");
+  EXPECT_EQ(failure.code, SQLITE_NOMEM);
+  EXPECT_EQ(scene.tables(), "");
 }
 
 // Order of what is done ---------------------------------------------------------------------------------
@@ -525,6 +602,50 @@ TEST(FileTransferImport, RollsBackWhenTheProgressThrows) {
   EXPECT_EQ(scene.rows(), "");
 }
 
+TEST(FileTransferImport, RollsBackWhateverTheProgressThrows) {
+  ImportScene scene("CREATE TABLE t(a)");
+  scene.whenTold = [](std::int64_t count) { throw count; };
+  EXPECT_THROW(scene.intoTable("a\n" + lines(501)), std::int64_t);
+  EXPECT_EQ(scene.rows(), "");
+}
+
+TEST(FileTransferImport, NeedsNoProgress) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const file = scene.folder.write("in.csv", "a\n" + lines(501));
+  auto const schema = schemaOf(scene.database.path(), "t");
+  EXPECT_EQ(scene.transfer.importCSV(file, scene.database.path(), "t", schema, {}, {}, noTask), 501);
+  EXPECT_EQ(scene.rows("SELECT count(*) FROM t"), "501");
+}
+
+// Databases that are not written ------------------------------------------------------------------------
+
+TEST(FileTransferImport, NeedsADatabaseThatItMayWrite) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const schema = schemaOf(scene.database.path(), "t");
+  auto const rows = scene.folder.write("rows.csv", "a\n1\n");
+  auto const empty = scene.folder.write("empty.csv", "");
+  scene.folder.openToEverybody();
+  std::filesystem::permissions(scene.database.path(), std::filesystem::perms(0444));
+  std::string const told = asUnprivileged([&] {
+    DatabaseError const failure = failureOf([&] { scene.import(rows, schema); });
+    std::int64_t const none = scene.import(empty, schema);
+    return std::to_string(failure.code) + " " + failure.detail + ", " + std::to_string(none);
+  });
+  EXPECT_EQ(told, "8 CSV row 1: attempt to write a readonly database, 0");
+  EXPECT_EQ(scene.rows(), "");
+}
+
+TEST(FileTransferImport, RefusesASnapshot) {
+  TemporaryFolder const folder;
+  Environment const home("XDG_DATA_HOME", folder.path());
+  std::filesystem::create_directories(folder / "Tolva/Snapshots");
+  TemporaryDatabase const snapshot(folder, "Tolva/Snapshots/database.sqlite", "CREATE TABLE t(a)");
+  auto const import = [&] {
+    FileTransfer().importCSV(folder.write("in.csv", "a\n1\n"), snapshot.path(), "t", {}, {}, {}, noTask);
+  };
+  EXPECT_EQ(failureOf(import), DatabaseError("Historical snapshots cannot be modified.", SQLITE_READONLY));
+}
+
 // A file that is none, or changes -------------------------------------------------------------------------
 
 TEST(FileTransferImport, RefusesWhatIsNoFile) {
@@ -552,8 +673,10 @@ TEST(FileTransferImport, NoticesAFileThatChangesUnderIt) {
   scene.whenTold = [&](std::int64_t count) {
     if (count == 500) std::filesystem::resize_file(file, 150'000);
   };
-  EXPECT_GT(scene.intoNew(longRows()), 700) << "a file that ends between two rows, or within the last field, is whole";
-  EXPECT_EQ(scene.rows("SELECT typeof(a), count(*) FROM t"), "integer|" + std::to_string(scene.told.back()));
+  std::string const whole = longRows();
+  std::int64_t const kept = std::count(whole.begin(), whole.begin() + 150'000, '\n');  // the header, but a cut last row
+  EXPECT_EQ(scene.intoNew(whole), kept) << "a file that ends within the last field is whole";
+  EXPECT_EQ(scene.rows("SELECT typeof(a), count(*) FROM t"), "integer|" + std::to_string(kept));
 
   scene.database.run("DROP TABLE t");
   scene.whenTold = [&](std::int64_t count) {
@@ -612,7 +735,17 @@ TEST(FileTransferImport, EndsWhenItsTaskIsCancelled) {
   }
 }
 
-/// Only before its last check: what is committed stays.
+TEST(FileTransferImport, EndsWhenItIsCancelledBehindItsLastRow) {
+  ImportScene scene("CREATE TABLE t(a)");
+  auto const file = scene.folder.write("in.csv", "a\n" + lines(500));
+  std::stop_source cancelled;
+  scene.whenTold = [&](std::int64_t) { cancelled.request_stop(); };
+  EXPECT_THROW(scene.import(file, schemaOf(scene.database.path(), "t"), {}, cancelled.get_token()), TaskCancelled);
+  EXPECT_EQ(scene.told, Told{500}) << "and not their number once more";
+  EXPECT_EQ(scene.rows(), "");
+}
+
+/// The last call of the progress comes when all is committed: to cancel then undoes nothing.
 TEST(FileTransferImport, IsNotUndoneWhenItIsCancelledAtItsEnd) {
   ImportScene scene("CREATE TABLE t(a)");
   std::stop_source late;
@@ -623,20 +756,24 @@ TEST(FileTransferImport, IsNotUndoneWhenItIsCancelledAtItsEnd) {
   EXPECT_EQ(scene.rows(), "1");
 }
 
-/// The row takes for ever, so that the cancel meets it.
+/// The row takes for ever, so that the cancel meets it. A cancel that meets no statement is forgotten: hence many.
 TEST(FileTransferImport, EndsWhenItsStatementIsCancelled) {
   ImportScene scene(
       "CREATE TABLE t(a); CREATE TRIGGER x AFTER INSERT ON t WHEN new.a = '501' BEGIN SELECT count(*) FROM ("
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT i FROM n); END");
-  std::jthread const canceller([&](std::stop_token const& done) {
-    while (!done.stop_requested()) {
-      scene.transfer.cancellation()->cancel();
-      std::this_thread::yield();
-    }
-  });
+  std::jthread canceller;
+  scene.whenTold = [&](std::int64_t) {
+    canceller = std::jthread([&](std::stop_token const& done) {
+      while (!done.stop_requested()) {
+        scene.transfer.cancellation()->cancel();
+        std::this_thread::yield();
+      }
+    });
+  };
   auto const failure = failureOf([&] { scene.intoTable("a\n" + lines(501)); });
-  EXPECT_TRUE(failure.isCancellation()) << failure.detail;
+  EXPECT_EQ(failure, DatabaseError("CSV row 501: interrupted", SQLITE_INTERRUPT));
   EXPECT_EQ(failure.errorDescription(), "Cancelled");
+  EXPECT_EQ(scene.told, Told{500});
   EXPECT_EQ(scene.rows(), "");
 }
 
