@@ -3,6 +3,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TablePragmas.hpp"
@@ -27,15 +29,21 @@ std::map<std::string, std::set<std::string>> readKeyCollations(SQLiteConnection&
 bool KeyOrder::mayHideRows(Identity const& identity) {
   if (!schema_.withoutRowID) return false;
   for (std::size_t i = 0; i < identity.size(); ++i) {
-    if (!identity[i].asText()) continue;
-    std::string const& name = schema_.identity.at(i);
-    std::string const compared = columnCollation(name);
-    if (compared == "BINARY") continue;  // nothing is finer
-    for (std::string const& held : keyCollations(name)) {
-      if (held != compared) return true;
-    }
+    if (identity[i].asText() && isFinerThan(schema_.identity.at(i))) return true;
   }
   return false;
+}
+
+bool KeyOrder::isTotal() {
+  return !schema_.withoutRowID ||
+         std::ranges::none_of(schema_.identity, [&](std::string const& name) { return isFinerThan(name); });
+}
+
+/// Whether the key may tell texts apart that the collation of their column does not.
+bool KeyOrder::isFinerThan(std::string const& column) {
+  std::string const compared = columnCollation(column);
+  if (compared == "BINARY") return false;  // nothing is finer
+  return std::ranges::any_of(keyCollations(column), [&](std::string const& held) { return held != compared; });
 }
 
 bool KeyOrder::contradicts(SQLiteValue const& from, SQLiteValue const& to) const {

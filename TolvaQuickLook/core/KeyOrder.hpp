@@ -24,6 +24,10 @@ class KeyOrder {
   /// table can tell texts apart which the collation of its column, that comparisons go by, does not.
   bool mayHideRows(Identity const& identity);
 
+  /// Whether rows in the order of their identity stand in one order only, which every statement reads them in. Not where
+  /// `mayHideRows` of any identity.
+  bool isTotal();
+
   /// Whether `to`, in an identity of one column, surely does not stand behind `from`. Never sure of a number and a
   /// text: the column's type may turn one into the other before it compares them.
   bool contradicts(SQLiteValue const& from, SQLiteValue const& to) const;
@@ -33,6 +37,7 @@ class KeyOrder {
   std::set<std::string> const& keyCollations(std::string const& column);
 
  private:
+  bool isFinerThan(std::string const& column);
   std::string columnCollation(std::string const& column) const;
 
   SQLiteConnection& connection_;

@@ -46,7 +46,7 @@ bool RowsByKey::areFound() const {
   SQLiteStatement stored = prepareWithinBudget(
       connection_, {.sql = "SELECT 1 FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > ?",
                     .parameters = {"table", schema_.object.name, 0}});
-  return stored.step();
+  return stored.step() && KeyOrder(connection_, schema_).isTotal();
 }
 
 void RowsByKey::read(RowSelection const& selection, std::function<void(RowCursor const&)> const& take,

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <functional>
+#include <sstream>
 #include <string_view>
 
 #include "core/MemoryBudget.hpp"
@@ -236,6 +237,27 @@ TEST(FileTransfer, ExportsTheRowsAtPositions) {
       EXPECT_EQ(scene.content(), before);
     }
   }
+}
+
+/// Two rows of each letter that NOCASE takes for one. The index has their keys, and `c` is wide: a walk over the keys
+/// reads the index, in the opposite order.
+TEST(FileTransfer, ExportsScatteredPositionsInTheOrderOfTheWholeExportWhereTheKeyIsFinerThanItsColumn) {
+  ExportScene scene(
+      "CREATE TABLE t(k TEXT COLLATE NOCASE, b, c, PRIMARY KEY(k COLLATE BINARY)) WITHOUT ROWID; CREATE INDEX i ON "
+      "t(b)" +
+      inserting("t", "char(65 + i / 10) || (i % 10), 1000 - i, zeroblob(900)", 200) +
+      inserting("t", "char(97 + i / 10) || (i % 10), 500 - i, zeroblob(900)", 200));
+  std::istringstream whole(scene.exported(ExportFormat::csv));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(whole, line);) lines.push_back(line + "\n");
+  ASSERT_EQ(lines.size(), 401U);
+  RowSelection scattered;
+  std::string expected = lines[0];
+  for (std::int64_t const position : {0, 6, 100, 301, 399}) {
+    scattered.insert(position);
+    expected += lines.at(static_cast<std::size_t>(position) + 1);
+  }
+  EXPECT_TRUE(scene.exported(ExportFormat::csv, {.selectedIndices = scattered}) == expected);
 }
 
 TEST(FileTransfer, NeedsAPosition) {
