@@ -9,6 +9,7 @@
 #include "core/SQLiteStatement.hpp"
 #include "core/TablePragmas.hpp"
 #include "platform/ASCIICase.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
 namespace {
@@ -37,6 +38,20 @@ bool KeyOrder::mayHideRows(Identity const& identity) {
 bool KeyOrder::isTotal() {
   return !schema_.withoutRowID ||
          std::ranges::none_of(schema_.identity, [&](std::string const& name) { return isFinerThan(name); });
+}
+
+std::string KeyOrder::lookup() {
+  std::string const table = quoteIdentifier(schema_.object.name);
+  std::vector<std::string> terms;
+  int parameter = 0;
+  for (std::string const& name : schema_.identity) {
+    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter);
+    terms.push_back(term);
+    for (std::string const& held : keyCollations(name)) {
+      if (held != columnCollation(name)) terms.push_back(term + " COLLATE " + quoteIdentifier(held));
+    }
+  }
+  return joined(terms, " AND ");
 }
 
 /// Whether the key may tell texts apart that the collation of their column does not.

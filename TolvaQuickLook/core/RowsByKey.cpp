@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/RowsByKey.hpp"
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -23,19 +22,10 @@ BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request,
           .parameters = std::move(clauses.parameters)};
 }
 
-/// One row by its identity, still to be bound. Columns compare by their own collation, under which the key's index can
-/// be of no use and a text equal to others: so they are compared by the key's, and as they are stored.
+/// One row by its identity, still to be bound.
 BuiltQuery keyLookup(TableSchema const& schema, KeyOrder& order) {
-  std::string const table = quoteIdentifier(schema.object.name);
-  std::vector<std::string> terms;
-  int parameter = 0;
-  for (std::string const& name : schema.identity) {
-    std::set<std::string> collations = order.keyCollations(name);
-    collations.insert("BINARY");
-    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter) + " COLLATE ";
-    for (std::string const& collation : collations) terms.push_back(term + quoteIdentifier(collation));
-  }
-  return {.sql = "SELECT " + selectList(schema) + " FROM " + table + " WHERE " + joined(terms, " AND "),
+  return {.sql = "SELECT " + selectList(schema) + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
+                 order.lookup(),
           .parameters = std::vector<SQLiteValue>(schema.identity.size())};
 }
 

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transfer/TableExport.hpp"
 
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "core/KeyOrder.hpp"
 #include "core/ReadTransaction.hpp"
 #include "core/RowClauses.hpp"
 #include "core/RowCursor.hpp"
@@ -30,13 +33,12 @@ std::string headerLine(TableSchema const& schema) {
 }
 
 /// A row by its identity. Behind its table's a name that is gone fails; alone it would be a string.
-BuiltQuery byIdentity(TableSchema const& schema, std::vector<SQLiteValue> const& identity) {
-  std::string const table = quoteIdentifier(schema.object.name);
+BuiltQuery byIdentity(SQLiteConnection& connection, TableSchema const& schema,
+                      std::vector<SQLiteValue> const& identity) {
   std::vector<std::string> columns;
   for (DatabaseColumn const& column : schema.columns) columns.push_back(quoteIdentifier(column.name));
-  std::vector<std::string> terms;
-  for (std::string const& name : schema.identity) terms.push_back(table + "." + quoteIdentifier(name) + " IS ?");
-  return {.sql = "SELECT " + joined(columns, ",") + " FROM " + table + " WHERE " + joined(terms, " AND "),
+  return {.sql = "SELECT " + joined(columns, ",") + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
+                 KeyOrder(connection, schema).lookup(),
           .parameters = identity};
 }
 
@@ -123,7 +125,8 @@ void TableExport::writeSelected() {
     if (found)
       found->restart(row.identity);
     else
-      found.emplace(*connection_, byIdentity(schema_, row.identity), schema_, RowCursor::Identity::marked);
+      found.emplace(*connection_, byIdentity(*connection_, schema_, row.identity), schema_,
+                    RowCursor::Identity::marked);
     while (found->step()) write(*found);
   }
 }

@@ -297,6 +297,24 @@ TEST(FileTransfer, FindsASelectedRowByAKeyOfSeveralValues) {
             "b,a,c\r\n1,\"00\",7\r\n1,\"x\",5\r\n");
 }
 
+TEST(FileTransfer, ExportsOnlyTheSelectedOfTwoRowsThatItsColumnDoesNotTellApart) {
+  for (char const* const columns : {"k TEXT COLLATE NOCASE, b, PRIMARY KEY(k COLLATE BINARY)",
+                                    "k TEXT COLLATE NOCASE, b, PRIMARY KEY(b, k COLLATE "
+                                    "RTRIM)"}) {
+    SCOPED_TRACE(columns);
+    ExportScene scene("CREATE TABLE t(" + std::string(columns) +
+                      ") WITHOUT ROWID; INSERT INTO t VALUES ('A', 1), ('a', 1), ('b', 1)");
+    std::vector<DatabaseRow> const all = rowsOf(scene.database.path(), scene.schema);
+    ASSERT_EQ(all.size(), 3U);
+    for (DatabaseRow const& row : all) {
+      EXPECT_EQ(scene.exported(ExportFormat::csv, {.selected = std::vector{row}}),
+                "k,b\r\n\"" + row.values[0].display() + "\",1\r\n");
+    }
+    scene.database.run("DELETE FROM t WHERE k = 'a' COLLATE BINARY");
+    EXPECT_EQ(scene.run(ExportFormat::csv, {.selected = all}), 2);
+  }
+}
+
 TEST(FileTransfer, NeedsAnIdentityForSelectedRows) {
   ExportScene scene("CREATE VIEW t AS SELECT 1 AS a");
   EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::csv, {.selected = std::vector<DatabaseRow>()}); }),
