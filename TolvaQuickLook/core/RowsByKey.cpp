@@ -54,6 +54,7 @@ void RowsByKey::read(RowSelection const& selection, std::function<void(RowCursor
       row.restart(walk);
       if (!row.step()) selectedRowsAreGone();
       take(row);
+      if (row.step()) selectedRowsAreGone();  // the key is none any more: which of the rows stands here is not known
     }
   }
 }

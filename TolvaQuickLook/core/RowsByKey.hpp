@@ -26,7 +26,8 @@ class RowsByKey {
   /// stand in another order where only their identities are read, by another index perhaps.
   bool areFound() const;
 
-  /// Calls `take` with each row of a selection that has any, in order. Fails when there is none at a position.
+  /// Calls `take` with each row of a selection that has any, in order. Fails when there is none at a
+  /// position, or when its identity is another row's as well.
   void read(RowSelection const& selection, std::function<void(RowCursor const&)> const& take,
             std::stop_token const& task) const;
 

@@ -86,6 +86,16 @@ TEST(RowSelectionReader, ReadsScatteredPositionsInTheOrderOfTheWholeWhereTheKeyI
   EXPECT_EQ(table.selected(scattered), expected);
 }
 
+TEST(RowSelectionReader, FailsWhereAKeyThatIsGoneLeadsToSeveralRows) {
+  Browsed table("CREATE TABLE t(k PRIMARY KEY, v) WITHOUT ROWID" + inserting("t", "i, i", 6));
+  table.database.run("DROP TABLE t; CREATE TABLE t(k, v)" + inserting("t", "i / 2, i", 6));
+  EXPECT_EQ(failureOf([&] {
+              table.selected({{0, 1}, {2, 3}, {4, 5}});
+            }),
+            DatabaseError("Selected rows changed or disappeared. Refresh and select them again."));
+  EXPECT_EQ(table.selected({{0, 1}, {5, 6}}).size(), 2U) << "these two have keys of their own";
+}
+
 /// The rowid of such a table is a column of another, here one whose numbers repeat: it leads to the first of them.
 TEST(RowSelectionReader, TakesTheRowsOfAVirtualTableByPosition) {
   Browsed table(
