@@ -356,6 +356,25 @@ TEST(FileTransfer, NeverExportsTheNameOfAColumnThatIsGone) {
   }
 }
 
+TEST(FileTransfer, NeverExportsTheRowidForAColumnThatIsGone) {
+  for (std::string const name : {"rowid", "OID", "_rowid_"}) {
+    SCOPED_TRACE(name);
+    ExportScene scene("CREATE TABLE t(a, " + name + " TEXT)" + inserting("t", "i, 'x' || i", 10));
+    std::vector<DatabaseRow> const all = rowsOf(scene.database.path(), scene.schema);
+    EXPECT_TRUE(scene.exported(ExportFormat::csv).starts_with("a," + name + "\r\n1,\"x1\"\r\n"));
+    std::string const before = scene.content();
+    scene.database.run("ALTER TABLE t RENAME COLUMN " + name + " TO b");
+    ExportRows const sources[] = {{},
+                                  {.selected = all},
+                                  {.selectedIndices = RowSelection{{0, 10}}},
+                                  {.selectedIndices = RowSelection{{0, 1}, {9, 10}}}};
+    for (ExportRows const& rows : sources) {
+      EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::csv, rows); }), DatabaseError("no such column: " + name));
+      EXPECT_EQ(scene.content(), before);
+    }
+  }
+}
+
 TEST(FileTransfer, NoticesThatAColumnGoesBetweenTwoSelectedRows) {
   ExportScene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(id INTEGER PRIMARY KEY, a)" +
                     inserting("t", "i, i", 600));
