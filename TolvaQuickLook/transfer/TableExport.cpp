@@ -20,12 +20,6 @@
 namespace tolva {
 namespace {
 
-std::shared_ptr<SQLiteConnection> openChecked(ExportOrder const& order,
-                                              std::shared_ptr<CancellationHandle> const& cancellation) {
-  checkExportDestination(order.database, order.destination);
-  return SQLiteConnection::open(order.database, {.readOnly = true}, cancellation);
-}
-
 std::string headerLine(TableSchema const& schema) {
   std::vector<std::string> names;
   for (DatabaseColumn const& column : schema.columns) names.push_back(column.name);
@@ -55,8 +49,9 @@ TableExport::TableExport(ExportOrder const& order, TransferProgress const& progr
     : order_(order),
       schema_(order.schema),
       task_(std::move(task)),
-      connection_(openChecked(order, cancellation)),
-      file_(order.destination, task_),
+      destination_(order.database, order.destination),
+      connection_(SQLiteConnection::open(order.database, {.readOnly = true}, cancellation)),
+      file_(destination_, task_),
       writer_(order.schema, order.format, file_, progress) {}
 
 std::int64_t TableExport::run() {
@@ -103,8 +98,10 @@ void TableExport::writeRows() {
   writeBrowsed();
 }
 
+/// By the first row SQLite has all files of the database open.
 void TableExport::write(RowCursor const& row) {
   checkCancellation(task_);
+  if (writer_.rows() == 0) destination_.noteFiles();
   writer_.write(row.statement());
 }
 
@@ -141,7 +138,7 @@ void TableExport::writePositions() {
   RowsByKey const byKey(*connection_, schema_, order_.rows.request);
   if (isDense(selection) || !byKey.areFound()) return writePositionsInOneWalk();
   byKey.read(
-      selection, [&](RowCursor const& row) { writer_.write(row.statement()); }, task_);
+      selection, [&](RowCursor const& row) { write(row); }, task_);
 }
 
 void TableExport::writePositionsInOneWalk() {
@@ -156,7 +153,7 @@ void TableExport::writePositionsInOneWalk() {
     for (; position < range.end; ++position) {
       checkCancellation(task_);
       if (!row.step()) selectedRowsAreGone();
-      if (position >= range.first) writer_.write(row.statement());
+      if (position >= range.first) write(row);
     }
   }
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Where an export may write, and what becomes of what was there.
+// How an export takes its name, and what becomes of what had it.
 #include "transfer/ExportFile.hpp"
 
 #include <fcntl.h>
@@ -18,27 +18,13 @@
 #include "support/Failure.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/Unprivileged.hpp"
+#include "support/WorkingFolder.hpp"
 #include "transfer/ExportScene.hpp"
 
 namespace tolva {
 namespace {
 
-DatabaseError const isDatabase("Choose an export destination other than the open database or its companion files.");
-DatabaseError const isAlias("The export destination is the open database.");
 DatabaseError const notCreated("The export file could not be created.");
-
-std::string const twoRows = "CREATE TABLE t(a); INSERT INTO t VALUES (1), (2)";
-std::string const twoLines = "a\r\n1\r\n2\r\n";
-
-DatabaseError failureAt(ExportScene& scene, std::filesystem::path const& destination) {
-  scene.destination = destination;
-  return failureOf([&] { scene.run(ExportFormat::csv); });
-}
-
-std::string systemFailureAt(ExportScene& scene, std::filesystem::path const& destination) {
-  scene.destination = destination;
-  return systemFailureOf([&] { scene.run(ExportFormat::csv); });
-}
 
 mode_t modeOf(std::filesystem::path const& path) {
   struct stat status {};
@@ -54,59 +40,6 @@ struct Umask {
   Umask& operator=(Umask const&) = delete;
   mode_t const before;
 };
-
-// The open database --------------------------------------------------------------------------------
-
-TEST(ExportFile, NeverTakesTheNameOfTheDatabaseOrOfItsCompanions) {
-  ExportScene scene(twoRows);
-  std::filesystem::create_directory(scene.folder / "dir");
-  std::filesystem::create_directory_symlink(scene.folder.path(), scene.folder / "linked");
-  std::filesystem::create_symlink(scene.folder / "a.db", scene.folder / "link.db");
-  std::filesystem::create_symlink("a.db-wal", scene.folder / "link-wal");
-  std::string const folder = scene.folder.path();
-  for (std::string const& name : {folder + "/a.db", folder + "/a.db-wal", folder + "/a.db-shm", folder + "//a.db",
-                                  folder + "/dir/../a.db-shm", folder + "/./a.db", folder + "/linked/a.db",
-                                  folder + "/linked/a.db-wal", folder + "/link.db", folder + "/link-wal"}) {
-    EXPECT_EQ(failureAt(scene, name), isDatabase) << name;
-  }
-  EXPECT_EQ(scene.database.rows("SELECT a FROM t"), "1\n2");
-}
-
-TEST(ExportFile, NeverTakesTheNameOfADatabaseThatWasOpenedThroughALink) {
-  ExportScene scene(twoRows);
-  std::filesystem::create_symlink("a.db", scene.folder / "link.db");
-  for (char const* const name : {"a.db", "a.db-wal", "link.db"}) {
-    EXPECT_EQ(failureOf([&] {
-                scene.transfer.exportRows(scene.folder / "link.db", scene.schema, {}, ExportFormat::csv,
-                                          scene.folder / name, {}, noTask);
-              }),
-              isDatabase)
-        << name;
-  }
-}
-
-TEST(ExportFile, NeverTakesAnotherNameOfTheDatabase) {
-  ExportScene scene(twoRows);
-  std::filesystem::create_hard_link(scene.database.path(), scene.folder / "hard");
-  std::filesystem::create_symlink("hard", scene.folder / "link");
-  EXPECT_EQ(failureAt(scene, scene.folder / "hard"), isAlias);
-  EXPECT_EQ(failureAt(scene, scene.folder / "link"), isAlias);
-  EXPECT_EQ(scene.folder.names(), (std::vector<std::string>{"a.db", "hard", "link"}));
-}
-
-TEST(ExportFile, IsCheckedBeforeTheDatabaseIsOpened) {
-  ExportScene scene(twoRows);
-  std::filesystem::remove(scene.database.path());
-  EXPECT_EQ(failureAt(scene, scene.database.path()), isDatabase);
-  EXPECT_EQ(failureAt(scene, scene.folder / "none/out"), DatabaseError("unable to open database file", 14));
-}
-
-TEST(ExportFile, MayTakeTheNameOfAJournal) {
-  ExportScene scene(twoRows);
-  scene.destination = scene.folder / "a.db-journal";
-  EXPECT_EQ(scene.exported(ExportFormat::csv), twoLines);
-  std::filesystem::remove(scene.destination);
-}
 
 // The destination ----------------------------------------------------------------------------------
 
@@ -125,11 +58,9 @@ TEST(ExportFile, IsMadeInAFolderThatIsNamedInAnyWay) {
 
 TEST(ExportFile, IsMadeInTheWorkingFolder) {
   ExportScene scene(twoRows);
-  std::filesystem::path const before = std::filesystem::current_path();
-  std::filesystem::current_path(scene.folder.path());
+  WorkingFolder const within(scene.folder.path());
   scene.destination = "plain";
   scene.run(ExportFormat::csv);
-  std::filesystem::current_path(before);
   EXPECT_EQ(scene.folder.read("plain"), twoLines);
 }
 
@@ -152,20 +83,6 @@ TEST(ExportFile, ReplacesOneNameOfSeveralOfAFile) {
   std::filesystem::create_hard_link(scene.folder.write("other", "kept"), scene.destination);
   EXPECT_EQ(scene.exported(ExportFormat::csv), twoLines);
   EXPECT_EQ(scene.folder.read("other"), "kept");
-}
-
-TEST(ExportFile, NeverReplacesWhatIsNoFile) {
-  ExportScene scene(twoRows);
-  std::filesystem::create_directory(scene.folder / "dir");
-  ASSERT_EQ(::mkfifo((scene.folder / "pipe").c_str(), 0600), 0);
-  std::filesystem::create_symlink("/dev/null", scene.folder / "null");
-  EXPECT_EQ(systemFailureAt(scene, scene.folder / "dir"), "EISDIR dir");
-  EXPECT_EQ(systemFailureAt(scene, scene.folder / "pipe"), "EINVAL pipe");
-  EXPECT_EQ(systemFailureAt(scene, scene.folder / "null"), "EINVAL null");
-  EXPECT_TRUE(std::filesystem::is_fifo(scene.folder / "pipe"));
-  EXPECT_TRUE(std::filesystem::is_empty(scene.folder / "dir"));
-  EXPECT_EQ(std::filesystem::read_symlink(scene.folder / "null"), "/dev/null");
-  EXPECT_EQ(scene.folder.names(), (std::vector<std::string>{"a.db", "dir", "null", "pipe"}));
 }
 
 TEST(ExportFile, NeedsANameInAFolderThatIsThere) {
