@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transfer/TableExport.hpp"
 
+#include <sqlite3.h>
+
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,6 +18,7 @@
 #include "platform/JoinedText.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "transfer/SpreadsheetCodec.hpp"
+#include "transfer/StatementText.hpp"
 
 namespace tolva {
 namespace {
@@ -75,8 +78,16 @@ void TableExport::begin() {
   }
 }
 
-/// The schema's own text, unless that is only a marker in place of a text too large to carry.
+/// As the database holds it. A forged schema can hold more than the one statement, which SQLite never looks at but
+/// whoever runs the file would run.
 std::string TableExport::createStatement() {
+  std::string sql = storedStatement();
+  if (!isOneStatement(sql)) throw DatabaseError("database disk image is malformed", SQLITE_CORRUPT);
+  return sql;
+}
+
+/// The schema's own text, unless that is only a marker in place of a text too large to carry.
+std::string TableExport::storedStatement() {
   if (schema_.object.kind != "table") throw DatabaseError("SQL export requires a table; use CSV or JSON for a view.");
   if (!schema_.object.sql.starts_with("Large Text · ")) return schema_.object.sql;
   SQLiteStatement stored =

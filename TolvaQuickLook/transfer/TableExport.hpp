@@ -45,6 +45,7 @@ class TableExport {
   void writeRows();
   void end();
   std::string createStatement();
+  std::string storedStatement();
 
   void writeBrowsed();
   void writeSelected();

@@ -157,6 +157,19 @@ TEST(FileTransfer, ReadsAStatementAgainThatWasTooLargeToCarry) {
   EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::sql); }), DatabaseError("no such table: t"));
 }
 
+TEST(FileTransfer, NeverExportsAStatementThatAForgedSchemaBringsAlong) {
+  for (std::string const& before : {std::string(), "/*" + std::string(70'000, 'x') + "*/"}) {
+    ExportScene scene("CREATE TABLE t(a " + before + "); INSERT INTO t VALUES (1)");
+    scene.database.run(
+        "PRAGMA writable_schema = ON; UPDATE sqlite_schema SET sql = sql || '; DROP TABLE users' WHERE name = 't'");
+    scene.schema = browsedSchema(scene.database.path(), "t");
+    EXPECT_EQ(scene.exported(ExportFormat::csv), "a\r\n1\r\n");
+    EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::sql); }),
+              DatabaseError("database disk image is malformed", SQLITE_CORRUPT));
+    EXPECT_EQ(scene.content(), "a\r\n1\r\n");
+  }
+}
+
 TEST(FileTransfer, ExportsAViewButNotAsSQL) {
   ExportScene scene("CREATE TABLE x(a); INSERT INTO x VALUES (1); CREATE VIEW t AS SELECT a, 'y' AS b FROM x");
   EXPECT_EQ(scene.exported(ExportFormat::csv), "a,b\r\n1,\"y\"\r\n");
