@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <fstream>
+#include <regex>
 #include <set>
 #include <thread>
 
@@ -157,6 +158,21 @@ TEST(ExportFile, AppearsWholeToAnObserver) {
   for (std::string const& content : seen) EXPECT_TRUE(content == "old" || content == whole) << content.size();
 }
 
+TEST(ExportFile, GrowsUnderAHiddenName) {
+  ExportScene scene("CREATE TABLE t(a)" + inserting("t", "i", 500));
+  std::vector<std::string> meanwhile;
+  scene.transfer.exportRows(
+      scene.database.path(), scene.schema, {}, ExportFormat::csv, scene.destination,
+      [&](std::int64_t) {
+        if (meanwhile.empty()) meanwhile = scene.folder.names();
+      },
+      noTask);
+  ASSERT_EQ(meanwhile.size(), 2U);
+  std::regex const hidden("\\.tolva-export-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
+  EXPECT_TRUE(std::regex_match(meanwhile[0], hidden)) << meanwhile[0];
+  EXPECT_EQ(meanwhile[1], "a.db");
+}
+
 TEST(ExportFile, LeavesNothingWhereTheProgressThrows) {
   ExportScene scene("CREATE TABLE t(a)" + inserting("t", "i", 500));
   scene.folder.write("out", "old");
@@ -165,21 +181,46 @@ TEST(ExportFile, LeavesNothingWhereTheProgressThrows) {
                    [](std::int64_t) { throw std::runtime_error("enough"); }, noTask),
                std::runtime_error);
   EXPECT_EQ(scene.content(), "old");
+  EXPECT_EQ(scene.folder.names(), (std::vector<std::string>{"a.db", "out"}));
 }
 
 // Disks --------------------------------------------------------------------------------------------
+
+/// A disk of 1 MiB for a scope, which only root can mount.
+struct SmallDisk {
+  explicit SmallDisk(std::filesystem::path const& folder)
+      : at(folder), isMounted(::mount("tolva", folder.c_str(), "tmpfs", 0, "size=1m") == 0) {}
+  ~SmallDisk() {
+    if (isMounted) ::umount(at.c_str());
+  }
+  SmallDisk(SmallDisk const&) = delete;
+  SmallDisk& operator=(SmallDisk const&) = delete;
+  std::filesystem::path const at;
+  bool const isMounted;
+};
+
+/// A file outside of the test's folder that goes with the scope.
+struct FileElsewhere {
+  explicit FileElsewhere(std::filesystem::path file) : path(std::move(file)) {}
+  ~FileElsewhere() {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+  }
+  FileElsewhere(FileElsewhere const&) = delete;
+  FileElsewhere& operator=(FileElsewhere const&) = delete;
+  std::filesystem::path const path;
+};
 
 TEST(ExportFile, LeavesTheOldFileOnAFullDisk) {
   ExportScene scene("CREATE TABLE t(a); INSERT INTO t VALUES (zeroblob(2000000))");
   std::filesystem::path const disk = scene.folder / "disk";
   std::filesystem::create_directory(disk);
-  if (::mount("tolva", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
-    GTEST_SKIP() << "A full disk was not tried: only root may mount one.";
+  SmallDisk const mounted(disk);
+  if (!mounted.isMounted) GTEST_SKIP() << "A full disk was not tried: only root may mount one.";
   scene.folder.write("disk/out", "old");
   std::string const failure = systemFailureAt(scene, disk / "out");
   std::string const content = scene.folder.read("disk/out");
   auto const names = std::distance(std::filesystem::directory_iterator(disk), std::filesystem::directory_iterator());
-  ASSERT_EQ(::umount(disk.c_str()), 0);
   EXPECT_EQ(failure, "ENOSPC out");
   EXPECT_EQ(content, "old");
   EXPECT_EQ(names, 1);
@@ -194,11 +235,11 @@ TEST(ExportFile, MayLieOnAnotherFileSystem) {
     GTEST_SKIP() << "Another file system was not tried: there is no /dev/shm.";
   ASSERT_EQ(::stat(scene.folder.path().c_str(), &here), 0);
   if (here.st_dev == there.st_dev) GTEST_SKIP() << "Another file system was not tried: /dev/shm is none.";
-  scene.destination = memory / ("tolva-" + scene.folder.path().filename().string());
+  FileElsewhere const elsewhere(memory / ("tolva-" + scene.folder.path().filename().string()));
+  scene.destination = elsewhere.path;
   scene.run(ExportFormat::csv);
   std::ifstream file(scene.destination, std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), twoLines);
-  std::filesystem::remove(scene.destination);
 }
 
 }  // namespace
