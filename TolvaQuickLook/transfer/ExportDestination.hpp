@@ -17,14 +17,14 @@ class ExportDestination {
  public:
   /// Fails where `destination` is one of the files of the database, by path or as another name of it. Nothing is opened.
   ///
-  /// A companion by another name, a hard link or the same folder mounted elsewhere, is refused as one by path is: without
-  /// it commits that are not in the database yet are lost.
+  /// A companion by another name, a hard link or the same folder mounted elsewhere, is refused as one by path is:
+  /// without it commits that are not in the database yet are lost.
   ExportDestination(std::filesystem::path const& database, std::filesystem::path destination);
 
   std::filesystem::path const& path() const { return path_; }  // as the caller passed it
 
-  /// The permissions of the file that is written: read and write for everybody, less the umask; but where it replaces
-  /// one, no wider than that.
+  /// The permissions of the file that is written: read and write for everybody, less the umask; but where it
+  /// replaces one, no wider than that.
   mode_t mode() const;
 
   /// Looks which files the database consists of now. They stay its files by whatever name somebody calls them later.

@@ -18,8 +18,8 @@ class ExportFile {
  public:
   static constexpr std::size_t capacity = 65'536;  // of the buffer, in bytes
 
-  /// Makes the hidden file in the folder of `destination`, which outlives it, as the path stands. Fails where the export
-  /// would replace what it may not.
+  /// Makes the hidden file in the folder of `destination`, which outlives it, as the path stands. Fails where the
+  /// export would replace what it may not.
   ExportFile(ExportDestination const& destination, std::stop_token task);
 
   void put(std::string_view text) {
@@ -37,8 +37,8 @@ class ExportFile {
   }
   void wroteTo(char const* end) { used_ = static_cast<std::size_t>(end - buffer_.get()); }
 
-  /// Puts the file on the disk and under its name, in place of a file or link that has it. Looks once more, in the folder
-  /// that the file grew in, whether that may be replaced.
+  /// Puts the file on the disk and under its name, in place of a file or link that has it. Looks once more, in the
+  /// folder that the file grew in, whether that may be replaced.
   void publish();
 
  private:
