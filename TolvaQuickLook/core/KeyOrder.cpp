@@ -3,10 +3,13 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 #include "core/SQLIdentifier.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "core/TablePragmas.hpp"
 #include "platform/ASCIICase.hpp"
+#include "platform/JoinedText.hpp"
 
 namespace tolva {
 namespace {
@@ -27,15 +30,35 @@ std::map<std::string, std::set<std::string>> readKeyCollations(SQLiteConnection&
 bool KeyOrder::mayHideRows(Identity const& identity) {
   if (!schema_.withoutRowID) return false;
   for (std::size_t i = 0; i < identity.size(); ++i) {
-    if (!identity[i].asText()) continue;
-    std::string const& name = schema_.identity.at(i);
-    std::string const compared = columnCollation(name);
-    if (compared == "BINARY") continue;  // nothing is finer
-    for (std::string const& held : keyCollations(name)) {
-      if (held != compared) return true;
-    }
+    if (identity[i].asText() && isFinerThan(schema_.identity.at(i))) return true;
   }
   return false;
+}
+
+bool KeyOrder::isTotal() {
+  return !schema_.withoutRowID ||
+         std::ranges::none_of(schema_.identity, [&](std::string const& name) { return isFinerThan(name); });
+}
+
+std::string KeyOrder::lookup() {
+  std::string const table = quoteIdentifier(schema_.object.name);
+  std::vector<std::string> terms;
+  int parameter = 0;
+  for (std::string const& name : schema_.identity) {
+    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter);
+    terms.push_back(term);
+    for (std::string const& held : keyCollations(name)) {
+      if (held != columnCollation(name)) terms.push_back(term + " COLLATE " + quoteIdentifier(held));
+    }
+  }
+  return joined(terms, " AND ");
+}
+
+/// Whether the key may tell texts apart that the collation of their column does not.
+bool KeyOrder::isFinerThan(std::string const& column) {
+  std::string const compared = columnCollation(column);
+  if (compared == "BINARY") return false;  // nothing is finer
+  return std::ranges::any_of(keyCollations(column), [&](std::string const& held) { return held != compared; });
 }
 
 bool KeyOrder::contradicts(SQLiteValue const& from, SQLiteValue const& to) const {

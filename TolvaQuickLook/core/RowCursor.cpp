@@ -9,8 +9,19 @@
 #include "core/MemoryBudget.hpp"
 #include "core/SQLIdentifier.hpp"
 #include "core/StoredText.hpp"
+#include "platform/ASCIICase.hpp"
 
 namespace tolva {
+
+namespace {
+
+/// Whether SQLite knows the rowid by this name where no column has it.
+bool namesRowid(std::string const& name) {
+  std::string const lower = lowerASCII(name);
+  return lower == "rowid" || lower == "oid" || lower == "_rowid_";
+}
+
+}  // namespace
 
 SQLiteStatement prepareWithinBudget(SQLiteConnection& connection, BuiltQuery const& query) {
   std::optional<MemoryBudget> preparing(MemoryBudget::ordinary);
@@ -57,11 +68,24 @@ void RowCursor::requireColumns() const {
   for (int column = 0; column < columns_ + keys_; ++column) {
     char const* const found = sqlite3_column_name(statement_.handle(), column);
     if (!found) throw statement_.connection()->error(SQLITE_NOMEM);
-    if (*found != '"') continue;
-    std::string const& name = column < columns_ ? schema_.columns[static_cast<std::size_t>(column)].name
-                                                : schema_.identity[static_cast<std::size_t>(column - columns_)];
-    if (found == quoteIdentifier(name)) throw DatabaseError("no such column: " + name);
+    bool const isColumn = column < columns_;
+    std::string const& name = isColumn ? schema_.columns[static_cast<std::size_t>(column)].name
+                                       : schema_.identity[static_cast<std::size_t>(column - columns_)];
+    bool const isString = *found == '"' && found == quoteIdentifier(name);
+    bool const isGone = isString || (isColumn && namesRowid(name) && !hasColumn(name));
+    if (isGone) throw DatabaseError("no such column: " + name);
   }
+}
+
+/// Asked while the statement reads, so that both see one schema.
+bool RowCursor::hasColumn(std::string const& name) const {
+  SQLiteStatement column = prepareWithinBudget(
+      *statement_.connection(), {.sql = "PRAGMA table_xinfo(" + quoteIdentifier(schema_.object.name) + ")"});
+  while (column.step()) {
+    SQLiteValue const found = column.value(1, /*full=*/true);
+    if (found.asText() && lowerASCII(*found.asText()) == lowerASCII(name)) return true;
+  }
+  return false;
 }
 
 void RowCursor::restart(SQLiteStatement const& source) {

@@ -35,7 +35,8 @@ class RowCursor {
   /// The current row. A text of its identity that is no valid Unicode is deferred: repaired, it could be another row's.
   DatabaseRow row() const;
 
-  /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up.
+  /// Fails with "no such column" where a name of the schema is gone: SQLite takes it for a string and makes rows up,
+  /// or for the rowid.
   /// True of the schema under which the statement was compiled, for the last time in its first step.
   void requireColumns() const;
 
@@ -48,6 +49,7 @@ class RowCursor {
 
  private:
   SQLiteValue key(int column) const;
+  bool hasColumn(std::string const& name) const;
 
   SQLiteStatement statement_;
   TableSchema const& schema_;

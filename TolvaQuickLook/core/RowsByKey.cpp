@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "core/RowsByKey.hpp"
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -23,19 +22,10 @@ BuiltQuery identityWalk(TableSchema const& schema, BrowseRequest const& request,
           .parameters = std::move(clauses.parameters)};
 }
 
-/// One row by its identity, still to be bound. Columns compare by their own collation, under which the key's index can
-/// be of no use and a text equal to others: so they are compared by the key's, and as they are stored.
+/// One row by its identity, still to be bound.
 BuiltQuery keyLookup(TableSchema const& schema, KeyOrder& order) {
-  std::string const table = quoteIdentifier(schema.object.name);
-  std::vector<std::string> terms;
-  int parameter = 0;
-  for (std::string const& name : schema.identity) {
-    std::set<std::string> collations = order.keyCollations(name);
-    collations.insert("BINARY");
-    std::string const term = table + "." + quoteIdentifier(name) + " IS ?" + std::to_string(++parameter) + " COLLATE ";
-    for (std::string const& collation : collations) terms.push_back(term + quoteIdentifier(collation));
-  }
-  return {.sql = "SELECT " + selectList(schema) + " FROM " + table + " WHERE " + joined(terms, " AND "),
+  return {.sql = "SELECT " + selectList(schema) + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
+                 order.lookup(),
           .parameters = std::vector<SQLiteValue>(schema.identity.size())};
 }
 
@@ -46,7 +36,7 @@ bool RowsByKey::areFound() const {
   SQLiteStatement stored = prepareWithinBudget(
       connection_, {.sql = "SELECT 1 FROM sqlite_schema WHERE type = ? AND name = ? AND rootpage > ?",
                     .parameters = {"table", schema_.object.name, 0}});
-  return stored.step();
+  return stored.step() && KeyOrder(connection_, schema_).isTotal();
 }
 
 void RowsByKey::read(RowSelection const& selection, std::function<void(RowCursor const&)> const& take,
@@ -64,6 +54,7 @@ void RowsByKey::read(RowSelection const& selection, std::function<void(RowCursor
       row.restart(walk);
       if (!row.step()) selectedRowsAreGone();
       take(row);
+      if (row.step()) selectedRowsAreGone();  // the key is none any more: which of the rows stands here is not known
     }
   }
 }

@@ -21,11 +21,13 @@ class RowsByKey {
   RowsByKey(SQLiteConnection& connection, TableSchema const& schema, BrowseRequest const& request)
       : connection_(connection), schema_(schema), request_(request) {}
 
-  /// Whether an identity surely leads back to its row. A virtual table, which has no root page, finds rows as its module
-  /// pleases.
+  /// Whether an identity surely leads back to its row, and the walk surely passes the rows in the order of the whole. A
+  /// virtual table, which has no root page, finds rows as its module pleases. Rows that the order does not tell apart
+  /// stand in another order where only their identities are read, by another index perhaps.
   bool areFound() const;
 
-  /// Calls `take` with each row of a selection that has any, in order. Fails when there is none at a position.
+  /// Calls `take` with each row of a selection that has any, in order. Fails when there is none at a
+  /// position, or when its identity is another row's as well.
   void read(RowSelection const& selection, std::function<void(RowCursor const&)> const& take,
             std::stop_token const& task) const;
 

@@ -61,7 +61,7 @@ void AtomicFile::create(mode_t mode) {
 
 AtomicFile::~AtomicFile() {
   dropSibling();
-  LockedFiles::close(file_);  // SQLite may have the published file open by now
+  if (file_ >= 0) LockedFiles::close(file_);  // SQLite may have the sibling open
 }
 
 void AtomicFile::dropSibling() noexcept {
@@ -100,9 +100,11 @@ void AtomicFile::flush() {
 
 // Publication -------------------------------------------------------------------------------------
 
-void AtomicFile::publish(Publication publication) {
+void AtomicFile::publish(Publication publication, std::function<void()> const& lastLook) {
   if (publication == Publication::replace) keepPermissions();
   if (!flushed_) flush();
+  close();
+  if (lastLook) lastLook();
   rename(publication);
   // EINVAL is a file system that has no way to flush a folder, EBADF a folder that may be written but not read.
   if (uninterrupted([&] { return ::fsync(folder_.get()); }) != 0 && errno != EINVAL && errno != EBADF)
@@ -115,6 +117,12 @@ void AtomicFile::keepPermissions() {
   if (::fstatat(folder_.get(), name_.c_str(), &old, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(old.st_mode)) return;
   if (::fchmod(file_, old.st_mode & 0777) != 0) fail("The file cannot take the permissions of the one it replaces");
   flushed_ = false;
+}
+
+/// Some file systems tell only now of bytes that they could not keep. An interrupted close has closed all the same.
+void AtomicFile::close() {
+  errno = LockedFiles::close(std::exchange(file_, -1));
+  if (errno != 0 && errno != EINTR) fail("The file cannot be closed");
 }
 
 void AtomicFile::rename(Publication publication) {

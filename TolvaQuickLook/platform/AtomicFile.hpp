@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -49,21 +50,24 @@ class AtomicFile {
   /// Puts what was written on the disk. Apart from `publish` only for callers that test something in between.
   void flush();
 
-  /// Flushes, gives the file its name and puts the folder on the disk; nothing is written afterwards.
-  /// When only the last of these fails it throws although the file has its name: see `published`.
-  void publish(Publication publication);
+  /// Flushes and closes, gives the file its name and puts the folder on the disk; nothing is written afterwards.
+  /// `lastLook` comes just before the name, so that what it throws prevents that. When only the folder fails it throws
+  /// although the file has its name: see `published`.
+  void publish(Publication publication, std::function<void()> const& lastLook = {});
 
   /// Whether the file has its name.
   bool published() const { return published_; }
 
   // For those who need the sibling itself -----------------------------------------------------------
 
-  int descriptor() const { return file_; }
+  int descriptor() const { return file_; }  // until it is published
+  int folder() const { return folder_.get(); }
   std::string const& sibling() const { return sibling_; }  // its name in the destination's folder
 
  private:
   void create(mode_t mode);
   void keepPermissions();
+  void close();
   void rename(Publication publication);
   void renameExclusively();
   void dropSibling() noexcept;

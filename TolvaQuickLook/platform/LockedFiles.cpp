@@ -48,8 +48,9 @@ void LockedFiles::letGo(FileNode file) noexcept {
   all.files.erase(held);
 }
 
-void LockedFiles::close(int descriptor) noexcept {
+int LockedFiles::close(int descriptor) noexcept {
   int const reason = errno;
+  int failure = 0;
   Registry& all = registry();
   {
     MutexLock const locked(all.lock);
@@ -57,7 +58,7 @@ void LockedFiles::close(int descriptor) noexcept {
     bool const regular = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
     auto const held = regular ? all.files.find({status.st_dev, status.st_ino}) : all.files.end();
     if (held == all.files.end()) {
-      ::close(descriptor);
+      if (::close(descriptor) != 0) failure = errno;
     } else {
       try {
         held->second.parked.push_back(descriptor);
@@ -67,6 +68,7 @@ void LockedFiles::close(int descriptor) noexcept {
     }
   }
   errno = reason;
+  return failure;
 }
 
 int LockedFiles::takeParked(FileNode file) noexcept {

@@ -20,7 +20,8 @@ class LockedFiles {
   static void letGo(FileNode file) noexcept;
 
   /// Closes `descriptor`, or parks it while its file is held. One of anything but a regular file is closed at once.
-  static void close(int descriptor) noexcept;
+  /// Returns the system's error number, 0 for none, and leaves `errno` as it was.
+  static int close(int descriptor) noexcept;
 
   /// A descriptor for reading that is parked for `file`, at its beginning and the caller's from now on; -1 if there is
   /// none. With it a file that is read again and again while it is held takes one descriptor and not one each time.

@@ -3,25 +3,27 @@
 
 #include <cstddef>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <stop_token>
 #include <string_view>
 
 #include "platform/AtomicFile.hpp"
+#include "transfer/ExportDestination.hpp"
 
 namespace tolva {
 
-/// The file that an export grows in before it takes the destination's name. What is put into it is gathered in one buffer
-/// on the way. Used by one thread; what it throws leaves the destination as it was.
+/// The file that an export grows in before it takes the destination's name. What is put into it is gathered in one
+/// buffer on the way. Used by one thread; what it throws leaves the destination as it was.
 class ExportFile {
  public:
   static constexpr std::size_t capacity = 65'536;  // of the buffer, in bytes
 
-  /// Makes the hidden file in the folder of `destination`, as the path stands.
-  ExportFile(std::filesystem::path const& destination, std::stop_token task);
+  /// Makes the hidden file in the folder of `destination`, which outlives it, as the path stands. Fails where the
+  /// export would replace what it may not.
+  ExportFile(ExportDestination const& destination, std::stop_token task);
 
   void put(std::string_view text) {
+    if (text.empty()) return;
     if (text.size() > capacity) return putInPieces(text);
     std::memcpy(room(text.size()), text.data(), text.size());
     used_ += text.size();
@@ -35,7 +37,8 @@ class ExportFile {
   }
   void wroteTo(char const* end) { used_ = static_cast<std::size_t>(end - buffer_.get()); }
 
-  /// Puts the file on the disk and under its name, in place of a file or link that has it.
+  /// Puts the file on the disk and under its name, in place of a file or link that has it. Looks once more, in the
+  /// folder that the file grew in, whether that may be replaced.
   void publish();
 
  private:
@@ -43,14 +46,11 @@ class ExportFile {
   void drain();
   void write();
 
-  std::filesystem::path const destination_;
+  ExportDestination const& destination_;
   std::stop_token const task_;
   AtomicFile file_;
   std::unique_ptr<char[]> const buffer_;
   std::size_t used_ = 0;
 };
-
-/// Fails where an export to `destination` would take away the database that it reads, or one of its companion files.
-void checkExportDestination(std::filesystem::path const& database, std::filesystem::path const& destination);
 
 }  // namespace tolva

@@ -1,9 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "transfer/TableExport.hpp"
 
+#include <sqlite3.h>
+
+#include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "core/KeyOrder.hpp"
 #include "core/ReadTransaction.hpp"
 #include "core/RowClauses.hpp"
 #include "core/RowCursor.hpp"
@@ -13,15 +18,10 @@
 #include "platform/JoinedText.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "transfer/SpreadsheetCodec.hpp"
+#include "transfer/StatementText.hpp"
 
 namespace tolva {
 namespace {
-
-std::shared_ptr<SQLiteConnection> openChecked(ExportOrder const& order,
-                                              std::shared_ptr<CancellationHandle> const& cancellation) {
-  checkExportDestination(order.database, order.destination);
-  return SQLiteConnection::open(order.database, {.readOnly = true}, cancellation);
-}
 
 std::string headerLine(TableSchema const& schema) {
   std::vector<std::string> names;
@@ -30,13 +30,12 @@ std::string headerLine(TableSchema const& schema) {
 }
 
 /// A row by its identity. Behind its table's a name that is gone fails; alone it would be a string.
-BuiltQuery byIdentity(TableSchema const& schema, std::vector<SQLiteValue> const& identity) {
-  std::string const table = quoteIdentifier(schema.object.name);
+BuiltQuery byIdentity(SQLiteConnection& connection, TableSchema const& schema,
+                      std::vector<SQLiteValue> const& identity) {
   std::vector<std::string> columns;
   for (DatabaseColumn const& column : schema.columns) columns.push_back(quoteIdentifier(column.name));
-  std::vector<std::string> terms;
-  for (std::string const& name : schema.identity) terms.push_back(table + "." + quoteIdentifier(name) + " IS ?");
-  return {.sql = "SELECT " + joined(columns, ",") + " FROM " + table + " WHERE " + joined(terms, " AND "),
+  return {.sql = "SELECT " + joined(columns, ",") + " FROM " + quoteIdentifier(schema.object.name) + " WHERE " +
+                 KeyOrder(connection, schema).lookup(),
           .parameters = identity};
 }
 
@@ -53,8 +52,9 @@ TableExport::TableExport(ExportOrder const& order, TransferProgress const& progr
     : order_(order),
       schema_(order.schema),
       task_(std::move(task)),
-      connection_(openChecked(order, cancellation)),
-      file_(order.destination, task_),
+      destination_(order.database, order.destination),
+      connection_(SQLiteConnection::open(order.database, {.readOnly = true}, cancellation)),
+      file_(destination_, task_),
       writer_(order.schema, order.format, file_, progress) {}
 
 std::int64_t TableExport::run() {
@@ -78,8 +78,16 @@ void TableExport::begin() {
   }
 }
 
-/// The schema's own text, unless that is only a marker in place of a text too large to carry.
+/// As the database holds it. A forged schema can hold more than the one statement, which SQLite never looks at but
+/// whoever runs the file would run.
 std::string TableExport::createStatement() {
+  std::string sql = storedStatement();
+  if (!isOneStatement(sql)) throw DatabaseError("database disk image is malformed", SQLITE_CORRUPT);
+  return sql;
+}
+
+/// The schema's own text, unless that is only a marker in place of a text too large to carry.
+std::string TableExport::storedStatement() {
   if (schema_.object.kind != "table") throw DatabaseError("SQL export requires a table; use CSV or JSON for a view.");
   if (!schema_.object.sql.starts_with("Large Text · ")) return schema_.object.sql;
   SQLiteStatement stored =
@@ -101,8 +109,10 @@ void TableExport::writeRows() {
   writeBrowsed();
 }
 
+/// By the first row SQLite has all files of the database open.
 void TableExport::write(RowCursor const& row) {
   checkCancellation(task_);
+  if (writer_.rows() == 0) destination_.noteFiles();
   writer_.write(row.statement());
 }
 
@@ -123,7 +133,8 @@ void TableExport::writeSelected() {
     if (found)
       found->restart(row.identity);
     else
-      found.emplace(*connection_, byIdentity(schema_, row.identity), schema_, RowCursor::Identity::marked);
+      found.emplace(*connection_, byIdentity(*connection_, schema_, row.identity), schema_,
+                    RowCursor::Identity::marked);
     while (found->step()) write(*found);
   }
 }
@@ -138,7 +149,7 @@ void TableExport::writePositions() {
   RowsByKey const byKey(*connection_, schema_, order_.rows.request);
   if (isDense(selection) || !byKey.areFound()) return writePositionsInOneWalk();
   byKey.read(
-      selection, [&](RowCursor const& row) { writer_.write(row.statement()); }, task_);
+      selection, [&](RowCursor const& row) { write(row); }, task_);
 }
 
 void TableExport::writePositionsInOneWalk() {
@@ -153,7 +164,7 @@ void TableExport::writePositionsInOneWalk() {
     for (; position < range.end; ++position) {
       checkCancellation(task_);
       if (!row.step()) selectedRowsAreGone();
-      if (position >= range.first) writer_.write(row.statement());
+      if (position >= range.first) write(row);
     }
   }
 }

@@ -10,6 +10,7 @@
 #include "core/CancellationHandle.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/TableSchema.hpp"
+#include "transfer/ExportDestination.hpp"
 #include "transfer/ExportFile.hpp"
 #include "transfer/ExportFormat.hpp"
 #include "transfer/ExportRowWriter.hpp"
@@ -19,7 +20,7 @@ namespace tolva {
 
 class RowCursor;
 
-/// What is to be exported. A value.
+/// What is to be exported, borrowed from the caller for the length of the call.
 struct ExportOrder {
   std::filesystem::path const& database;
   TableSchema const& schema;
@@ -44,6 +45,7 @@ class TableExport {
   void writeRows();
   void end();
   std::string createStatement();
+  std::string storedStatement();
 
   void writeBrowsed();
   void writeSelected();
@@ -54,6 +56,7 @@ class TableExport {
   ExportOrder const& order_;
   TableSchema const& schema_;
   std::stop_token const task_;
+  ExportDestination destination_;
   std::shared_ptr<SQLiteConnection> const connection_;
   ExportFile file_;
   ExportRowWriter writer_;

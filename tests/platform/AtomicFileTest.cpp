@@ -275,6 +275,32 @@ void removeAllIn(TemporaryFolder const& folder) {
   for (std::string const& name : folder.names()) std::filesystem::remove(folder / name);
 }
 
+TEST(AtomicFile, TakesNoNameWhereItCannotBeClosed) {
+  for (Publication const publication : {Publication::exclusive, Publication::replace}) {
+    TemporaryFolder const folder;
+    AtomicFile file(folder / "a");
+    file.write("new");
+    file.flush();
+    ::close(file.descriptor());  // so that the file's own fails
+    EXPECT_EQ(systemFailureOf([&] { file.publish(publication); }), "EBADF a");
+    EXPECT_FALSE(file.published());
+    EXPECT_EQ(folder.names(), Names());
+  }
+}
+
+TEST(AtomicFile, TakesNoNameWhereTheLastLookFails) {
+  TemporaryFolder const folder;
+  folder.write("a", "old");
+  {
+    AtomicFile file(folder / "a");
+    file.write("new");
+    EXPECT_THROW(file.publish(Publication::replace, [] { throw std::runtime_error("taken"); }), std::runtime_error);
+    EXPECT_FALSE(file.published());
+  }
+  EXPECT_EQ(folder.read("a"), "old");
+  EXPECT_EQ(folder.names(), Names{"a"});
+}
+
 struct FaultCase {
   char const* says;
   std::optional<std::string> old;

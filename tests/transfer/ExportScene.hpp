@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "core/DatabaseReader.hpp"
+#include "support/Failure.hpp"
 #include "support/NoTask.hpp"
+#include "support/SystemFailure.hpp"
 #include "support/TemporaryDatabase.hpp"
 #include "transfer/FileTransfer.hpp"
 
@@ -46,5 +48,18 @@ struct ExportScene {
   FileTransfer transfer;
   std::vector<std::int64_t> told;  // to the progress
 };
+
+inline std::string const twoRows = "CREATE TABLE t(a); INSERT INTO t VALUES (1), (2)";
+inline std::string const twoLines = "a\r\n1\r\n2\r\n";  // as CSV
+
+inline DatabaseError failureAt(ExportScene& scene, std::filesystem::path const& destination) {
+  scene.destination = destination;
+  return failureOf([&] { scene.run(ExportFormat::csv); });
+}
+
+inline std::string systemFailureAt(ExportScene& scene, std::filesystem::path const& destination) {
+  scene.destination = destination;
+  return systemFailureOf([&] { scene.run(ExportFormat::csv); });
+}
 
 }  // namespace tolva
