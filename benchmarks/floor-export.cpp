@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The floor of export: the same bytes as ours, by one loop under the connection's lock, each value from where SQLite
-// holds it into one buffer of 64 KiB, flushed at the end. It knows the table: 8 columns with plain names, no blob, and no
-// value that fills the buffer. In C++ because C has no shortest text of a double.
+// holds it into one buffer of 64 KiB, flushed at the end. It knows the table: 8 columns with plain names, no blob, and
+// no value that fills the buffer. In C++ because C has no shortest text of a double.
 #include <fcntl.h>
 #include <unistd.h>
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The floor of the questions about pages: the statement of a page prepared, bound and stepped once for each page, every
-// value copied into one tagged record a value. The page is kept until it is whole, so each row has memory of its own, and
-// each text that is longer than a record. No text is checked. The connection's lock is held and values are read through
-// their handles, as in the floor of read-rows.
+// value copied into one tagged record a value. The page is kept until it is whole, so each row has memory of its own,
+// and each text that is longer than a record. No text is checked. The connection's lock is held and values are read
+// through their handles, as in the floor of read-rows.
 #include <stdint.h>
 #include <string.h>
 

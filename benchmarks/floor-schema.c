@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The floor of schema-5000: for 500 tables, spread evenly over all, the three pragmas that tell a table's columns, its
-// kind and its indexes, each narrowed by the table's name, stepped to the end with the columns read that a schema needs.
+// kind and its indexes, each narrowed by the table's name, stepped to the end with the columns read that a schema
+// needs.
 #include <string.h>
 
 #include "floor.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Makes the picture that is shrunk: `make-picture picture FILE WIDTH` writes a JPEG of that width and three quarters of it
-// in height, with clouds and grain as a camera brings them. The same at every run.
+// Makes the picture that is shrunk: `make-picture picture FILE WIDTH` writes a JPEG of that width and three quarters of
+// it in height, with clouds and grain as a camera brings them. The same at every run.
 #include <vips/vips.h>
 
 #include <cstdio>

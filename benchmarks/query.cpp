@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// What it takes to run SQL and show its result: `query first FILE FOLDER` twenty times up to the first page of all rows,
-// after five that only warm up; `query spool FILE FOLDER` a statement that writes and returns a row for each of the
-// table's; `query pages FILE FOLDER` every page of ten times as many rows. The spools lie in FOLDER.
+// What it takes to run SQL and show its result: `query first FILE FOLDER` twenty times up to the first page of all
+// rows, after five that only warm up; `query spool FILE FOLDER` a statement that writes and returns a row for each of
+// the table's; `query pages FILE FOLDER` every page of ten times as many rows. The spools lie in FOLDER.
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-/// Text of a database as it may be printed: a control character, which a terminal might obey, becomes a picture of itself.
-/// Line feeds and tabs stay.
+/// Text of a database as it may be printed: a control character, which a terminal might obey, becomes a picture of
+/// itself. Line feeds and tabs stay.
 inline std::string terminalText(std::string_view text) {
   std::string shown;
   for (std::size_t at = 0; at < text.size(); ++at) {

@@ -72,7 +72,8 @@ bool isASCII(std::string_view text) {
   return std::none_of(text.begin(), text.end(), [](char byte) { return (byte & 0x80) != 0; });
 }
 
-/// What both readers are to read alike: they differ by their characters, and in what CR LF is where CR is the delimiter.
+/// What both readers are to read alike: they differ by their characters, and in what CR LF is where CR is the
+/// delimiter.
 void checkParser(std::string_view text, char delimiter) {
   if (!isASCII(text) || (delimiter & 0x80) != 0 || delimiter == '\r') return;
   Outcome const stream = byMachine(text, {.delimiter = static_cast<std::uint8_t>(delimiter)}, {});

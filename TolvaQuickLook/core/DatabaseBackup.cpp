@@ -50,8 +50,8 @@ DatabaseError failureOf(SQLiteConnection const& source, int code) {
   return told ? source.error(code) : DatabaseError(sqlite3_errstr(code), code);
 }
 
-/// Lets a connection wait for no lock, for a scope. A script may have set its time of waiting, which cannot be asked for
-/// between two rows of a statement that was cancelled: but then the connection has its lock, and waits for none.
+/// Lets a connection wait for no lock, for a scope. A script may have set its time of waiting, which cannot be asked
+/// for between two rows of a statement that was cancelled: but then the connection has its lock, and waits for none.
 class NoWaiting {
  public:
   explicit NoWaiting(SQLiteConnection& connection) : handle_(connection.handle()), before_(timeoutOf(connection)) {

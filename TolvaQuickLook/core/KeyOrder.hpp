@@ -24,13 +24,13 @@ class KeyOrder {
   /// table can tell texts apart which the collation of its column, that comparisons go by, does not.
   bool mayHideRows(Identity const& identity);
 
-  /// Whether rows in the order of their identity stand in one order only, which every statement reads them in. Not where
-  /// `mayHideRows` of any identity.
+  /// Whether rows in the order of their identity stand in one order only, which every statement reads them in. Not
+  /// where `mayHideRows` of any identity.
   bool isTotal();
 
-  /// Conditions that hold of one row alone, each column of the identity bound once and in order. A column is compared by
-  /// its own collation and, where that differs, by the key's as well: alone the first could find rows that the key tells
-  /// apart, and make no use of the key's index.
+  /// Conditions that hold of one row alone, each column of the identity bound once and in order. A column is compared
+  /// by its own collation and, where that differs, by the key's as well: alone the first could find rows that the key
+  /// tells apart, and make no use of the key's index.
   std::string lookup();
 
   /// Whether `to`, in an identity of one column, surely does not stand behind `from`. Never sure of a number and a

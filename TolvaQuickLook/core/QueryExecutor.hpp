@@ -35,11 +35,11 @@ class SQLiteStatement;
 /// and between statements. SQLite's failures pass through as `DatabaseError`.
 ///
 /// A statement that reads is stepped no further than the pages that were asked for, and until its end it keeps a read
-/// transaction open, between two pages too; `close` ends it. In WAL mode that can hold back a checkpoint; with a rollback
-/// journal every writer finds the database locked (code 5), a `DatabaseWriter` of the same program included. A cancel
-/// between two pages stops the statement as well: the next page that needs more rows fails with code 9. A script may not ATTACH or DETACH, nor VACUUM,
-/// which attaches, and not set `query_only`, `writable_schema` or `foreign_keys`: "not authorized" (code 23), of VACUUM
-/// "authorization denied".
+/// transaction open, between two pages too; `close` ends it. In WAL mode that can hold back a checkpoint; with a
+/// rollback journal every writer finds the database locked (code 5), a `DatabaseWriter` of the same program included. A
+/// cancel between two pages stops the statement as well: the next page that needs more rows fails with code 9. A script
+/// may not ATTACH or DETACH, nor VACUUM, which attaches, and not set `query_only`, `writable_schema` or `foreign_keys`:
+/// "not authorized" (code 23), of VACUUM "authorization denied".
 ///
 /// In WAL mode a script also runs on a file that has lost its name, or whose name another has taken: what it changes
 /// then is not in the file of that name. `DatabaseMonitor` tells of this; open the file again.

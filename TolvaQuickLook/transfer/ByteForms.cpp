@@ -21,8 +21,8 @@ constexpr bool hasLess(Word word, unsigned char bound) {
 
 constexpr bool has(Word word, char byte) { return hasLess(word ^ repeated(static_cast<unsigned char>(byte)), 1); }
 
-/// Copies `bytes`, those for which `isSpecial` holds through `writeSpecial`. `mayHold` tells of a word whether one of its
-/// bytes is special.
+/// Copies `bytes`, those for which `isSpecial` holds through `writeSpecial`. `mayHold` tells of a word whether one of
+/// its bytes is special.
 template <class MayHold, class IsSpecial, class WriteSpecial>
 char* copyWith(char* out, std::string_view bytes, MayHold mayHold, IsSpecial isSpecial, WriteSpecial writeSpecial) {
   auto const one = [&](char byte) {

@@ -29,9 +29,9 @@ constexpr std::string_view rawValue(InferredType type) {
 
 /// Finds the narrowest type for each column that fits all of its fields. A value.
 ///
-/// An integer counts as one only if it reads back as it was written: a code like "007" or "+49" makes a column of texts.
-/// So does a number like "1e5", and an integer from 2^53 on that would have to share a column with decimals: as a double
-/// it would lose digits. A plain decimal is taken for the double nearest to it, and may well lose some.
+/// An integer counts as one only if it reads back as it was written: a code like "007" or "+49" makes a column of
+/// texts. So does a number like "1e5", and an integer from 2^53 on that would have to share a column with decimals: as
+/// a double it would lose digits. A plain decimal is taken for the double nearest to it, and may well lose some.
 class ColumnTypeInference {
  public:
   explicit ColumnTypeInference(std::size_t columns) : columns_(columns) {}

@@ -15,7 +15,8 @@ namespace tolva {
 /// "-shm", a device or a pipe. Used by one thread.
 class ExportDestination {
  public:
-  /// Fails where `destination` is one of the files of the database, by path or as another name of it. Nothing is opened.
+  /// Fails where `destination` is one of the files of the database, by path or as another name of it. Nothing is
+  /// opened.
   ///
   /// A companion by another name, a hard link or the same folder mounted elsewhere, is refused as one by path is:
   /// without it commits that are not in the database yet are lost.

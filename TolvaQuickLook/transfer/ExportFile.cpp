@@ -44,7 +44,8 @@ void ExportFile::write() {
   used_ = 0;
 }
 
-/// Only the flush of the folder comes after the file has its name: its failure takes nothing back, so the export is done.
+/// Only the flush of the folder comes after the file has its name: its failure takes nothing back, so the export is
+/// done.
 void ExportFile::publish() try {
   write();
   file_.publish(Publication::replace, [&] { destination_.requireReplaceable(file_.folder()); });

@@ -37,9 +37,9 @@ using TransferProgress = std::function<void(std::int64_t)>;
 
 /// Moves rows between a database and files that a person chose, in any number, without ever holding them in memory.
 ///
-/// A serial service: each operation waits for its turn, opens what it needs and blocks until it is done, so call it from
-/// a worker thread. `task` is checked for every row; `cancellation()->cancel()`, from any thread, stops the statement
-/// that runs.
+/// A serial service: each operation waits for its turn, opens what it needs and blocks until it is done, so call it
+/// from a worker thread. `task` is checked for every row; `cancellation()->cancel()`, from any thread, stops the
+/// statement that runs.
 class TOLVA_EXPORT FileTransfer {
  public:
   FileTransfer();
@@ -56,9 +56,9 @@ class TOLVA_EXPORT FileTransfer {
   /// of `schema` are written; of a table exported as SQL, those that are not generated.
   ///
   /// The rows grow in a hidden file beside `destination`, ".tolva-export-" and a UUID, which takes the name when it is
-  /// complete and on the disk; a failure deletes it and leaves what was there, and only a crash leaves it. A file that is
-  /// replaced leaves its permissions to the new one. Of a symbolic link the link itself is replaced, not what it leads to;
-  /// a device or a pipe is not.
+  /// complete and on the disk; a failure deletes it and leaves what was there, and only a crash leaves it. A file that
+  /// is replaced leaves its permissions to the new one. Of a symbolic link the link itself is replaced, not what it
+  /// leads to; a device or a pipe is not.
   ///
   /// Positions and all rows of the request are read from one state of the database, `selected` rows each for itself.
   /// Throws `DatabaseError`, also where a statement is interrupted, the system's own
@@ -85,8 +85,8 @@ class TOLVA_EXPORT FileTransfer {
   /// the declared type. Generated columns take nothing.
   ///
   /// Without a `schema` the table is made, with the narrowest type for each column that fits all of its fields: as an
-  /// integer or a text a field keeps every letter, a decimal becomes the double nearest to it. The file is read twice for
-  /// it, and nobody should write to it meanwhile; without a header the columns are "column_1" and on.
+  /// integer or a text a field keeps every letter, a decimal becomes the double nearest to it. The file is read twice
+  /// for it, and nobody should write to it meanwhile; without a header the columns are "column_1" and on.
   ///
   /// A row that the table refuses throws `DatabaseError` with SQLite's code and its number among the rows, the header
   /// not counted. `progress` is called inside the transaction but for the last time; it may wait for a thread that

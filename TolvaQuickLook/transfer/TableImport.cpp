@@ -142,8 +142,8 @@ bool RowInserter::insertBatch(CSVStream& stream, std::stop_token const& task) {
   return true;
 }
 
-/// Makes the table, if there is a statement for it, and then the one that fills it. The budget is for what the schema of
-/// a hostile file can make of either.
+/// Makes the table, if there is a statement for it, and then the one that fills it. The budget is for what the schema
+/// of a hostile file can make of either.
 RowInserter makeTableAndInserter(SQLiteConnection& connection, std::optional<std::string> const& create,
                                  std::string const& insert, Names const& types) {
   MemoryBudget const preparing(MemoryBudget::ordinary);
@@ -185,8 +185,8 @@ std::int64_t TableImport::run(std::filesystem::path const& file, TransferProgres
   return count;
 }
 
-/// A file of nothing but delimiters has a row of millions of fields. One more than a table can have is enough for SQLite
-/// to refuse them all.
+/// A file of nothing but delimiters has a row of millions of fields. One more than a table can have is enough for
+/// SQLite to refuse them all.
 TableImport::FirstRow TableImport::firstRow(Fields row) const {
   auto const most = static_cast<std::size_t>(sqlite3_limit(connection_.handle(), SQLITE_LIMIT_COLUMN, -1)) + 1;
   Fields const kept = row.first(std::min(row.size(), most));

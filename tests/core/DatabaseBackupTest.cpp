@@ -349,8 +349,9 @@ TEST(DatabaseBackup, OfADamagedDatabaseIsNone) {
 
 // Between two steps --------------------------------------------------------------------------------
 
-/// Does something once, when a step of a backup has let go of its source, which has a rollback journal: then SQLite takes
-/// back all locks on it. SQLite is given another `fcntl` for a scope; the action is not to use SQLite. One at a time.
+/// Does something once, when a step of a backup has let go of its source, which has a rollback journal: then SQLite
+/// takes back all locks on it. SQLite is given another `fcntl` for a scope; the action is not to use SQLite. One at a
+/// time.
 class AfterStep {
  public:
   AfterStep(std::filesystem::path const& source, int step, std::function<void()> action) {

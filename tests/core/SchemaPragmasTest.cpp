@@ -12,8 +12,8 @@
 namespace tolva {
 namespace {
 
-/// Makes the table "t" with the function and the collation of an application that is not there to read it, and beside it
-/// a view over which SQLite despairs.
+/// Makes the table "t" with the function and the collation of an application that is not there to read it, and beside
+/// it a view over which SQLite despairs.
 TableSchema schemaBesideAHostileView(std::string const& table) {
   TemporaryDatabase const database("SELECT 1");
   sqlite3* db = nullptr;

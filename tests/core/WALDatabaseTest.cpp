@@ -16,7 +16,8 @@
 #include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
 
-// What a read-only open does to a database in write-ahead mode (https://sqlite.org/wal.html#readonly) and to its folder.
+// What a read-only open does to a database in write-ahead mode (https://sqlite.org/wal.html#readonly) and to its
+// folder.
 
 namespace tolva {
 namespace {

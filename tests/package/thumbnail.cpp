@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Somebody else's program: writes the thumbnail of the picture FILE to standard output, or leaves with 1 for want of one.
+// Somebody else's program: writes the thumbnail of the picture FILE to standard output, or leaves with 1 for want of
+// one.
 #include <fstream>
 #include <iostream>
 #include <iterator>

@@ -239,8 +239,8 @@ TEST(JSONReader, FindsEqualNamesAmongVeryManyInTime) {
             (sanitized ? 120 : 10) * CLOCKS_PER_SEC);  // a search of all names before it for each takes minutes
 }
 
-/// The files of the public JSON test suite whose names begin with `prefix`: "y_" to be read, "n_" to be refused, "i_" as
-/// each reader likes.
+/// The files of the public JSON test suite whose names begin with `prefix`: "y_" to be read, "n_" to be refused, "i_"
+/// as each reader likes.
 std::vector<std::filesystem::path> suiteFiles(std::string_view prefix) {
   auto files = corpusFiles("json-jsontestsuite", ".json");
   std::erase_if(files, [&](auto const& file) { return !file.filename().string().starts_with(prefix); });

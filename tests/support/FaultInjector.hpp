@@ -9,11 +9,11 @@
 
 namespace tolva {
 
-/// Counts the system calls that change something below one folder, or those that read there, and fails the n-th or kills
-/// the process there.
+/// Counts the system calls that change something below one folder, or those that read there, and fails the n-th or
+/// kills the process there.
 ///
-/// Every thread and library of the process is seen, SQLite included; opens for reading and closes are not counted. Not seen: what goes through a memory map, sendfile, or the opening of a stdio or iostream file.
-/// One scope at a time.
+/// Every thread and library of the process is seen, SQLite included; opens for reading and closes are not counted. Not
+/// seen: what goes through a memory map, sendfile, or the opening of a stdio or iostream file. One scope at a time.
 class FaultInjector {
  public:
   explicit FaultInjector(std::filesystem::path const& folder, Fault fault = {});

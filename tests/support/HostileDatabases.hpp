@@ -29,8 +29,8 @@ void writeSharedSQL(std::filesystem::path const& path);
 /// 14,000 entries of as many kinds, each a text of 62 KB: 7 MB, since the kinds share most of their pages.
 void writeManyKinds(std::filesystem::path const& path);
 
-/// A query of one number that takes more time and memory to prepare than there is: of forty tables that it names, each is
-/// twice the one before.
+/// A query of one number that takes more time and memory to prepare than there is: of forty tables that it names, each
+/// is twice the one before.
 std::string doublingQuery();
 
 }  // namespace tolva

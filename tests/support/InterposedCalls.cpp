@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-// The libc calls that change files or read them, defined by the test executable itself: the dynamic linker binds every library of the
-// process to them, SQLite and the C++ library included. Each asks the plan, then goes on to the next definition.
+// The libc calls that change files or read them, defined by the test executable itself: the dynamic linker binds every
+// library of the process to them, SQLite and the C++ library included. Each asks the plan, then goes on to the next
+// definition.
 
 // The headers must neither rename the calls nor replace them by inline functions.
 #undef _FILE_OFFSET_BITS

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// How many rows of a table have a text in a column: `filter FILE TABLE COLUMN TEXT`. Uses what is compiled into the library
-// where a record of a public header is made.
+// How many rows of a table have a text in a column: `filter FILE TABLE COLUMN TEXT`. Uses what is compiled into the
+// library where a record of a public header is made.
 #include <algorithm>
 #include <iostream>
 #include <tolva/core/DatabaseReader.hpp>
