@@ -39,20 +39,24 @@ std::size_t tokenLength(std::string_view sql) {
 
 bool isComment(std::string_view sql) { return sql.starts_with("--") || sql.starts_with("/*"); }
 
+/// SQLite keeps what stands behind the options of a table, and lets the end of the text end a comment.
+bool isOpenComment(std::string_view sql) { return isComment(sql) && tokenLength(sql) == 0; }
+
 }  // namespace
 
-bool isOneStatement(std::string_view sql) {
-  if (sql.find('\0') != sql.npos) return false;  // SQLite reads no further, another program may
+std::optional<std::string_view> statementEnd(std::string_view sql) {
+  if (sql.find('\0') != sql.npos) return std::nullopt;  // SQLite reads no further, another program may
   bool hasEnded = false;
   while (!sql.empty()) {
+    if (isOpenComment(sql)) return sql.front() == '-' ? "\n;" : "*/;";
     std::size_t const length = tokenLength(sql);
-    if (length == 0) return false;
+    if (length == 0) return std::nullopt;
     bool const isBlank = sql.front() == ' ' || (sql.front() >= '\t' && sql.front() <= '\r') || isComment(sql);
-    if (hasEnded && !isBlank && sql.front() != ';') return false;
+    if (hasEnded && !isBlank && sql.front() != ';') return std::nullopt;
     if (sql.front() == ';') hasEnded = true;
     sql.remove_prefix(length);
   }
-  return true;
+  return ";";
 }
 
 }  // namespace tolva

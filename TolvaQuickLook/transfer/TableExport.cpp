@@ -74,16 +74,17 @@ void TableExport::begin() {
     case ExportFormat::json:
       return file_.put("[\n");
     case ExportFormat::sql:
-      return file_.put(createStatement() + ";\n");
+      return file_.put(createStatement() + "\n");
   }
 }
 
-/// As the database holds it. A forged schema can hold more than the one statement, which SQLite never looks at but
-/// whoever runs the file would run.
+/// As the database holds it, and its end. A forged schema can hold more than the one statement, which SQLite never looks
+/// at but whoever runs the file would run.
 std::string TableExport::createStatement() {
-  std::string sql = storedStatement();
-  if (!isOneStatement(sql)) throw DatabaseError("database disk image is malformed", SQLITE_CORRUPT);
-  return sql;
+  std::string const sql = storedStatement();
+  auto const end = statementEnd(sql);
+  if (!end) throw DatabaseError("database disk image is malformed", SQLITE_CORRUPT);
+  return sql + std::string(*end);
 }
 
 /// The schema's own text, unless that is only a marker in place of a text too large to carry.

@@ -199,6 +199,18 @@ TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
   EXPECT_FALSE(thumbnail(twoHalvesJPEG(20'000, 112, 6)));
 }
 
+/// As cameras write them: the decoder complains, and reads on.
+TEST(PreviewHelpers, ShowAJPEGThatIsNotQuiteByTheRules) {
+  Bytes const good = greyJPEG(64, 64);
+  auto const find = [&](Bytes const& bytes) { return std::ranges::search(good, bytes).begin() - good.begin(); };
+  Bytes stray = good;
+  stray.insert(stray.begin() + find({0xff, 0xdb}), {0, 0});
+  Bytes endsEarly = good;
+  endsEarly.at(static_cast<std::size_t>(find({0xff, 0xda, 0, 8, 1, 1, 0})) + 8) =
+      62;  // the last coefficient, in place of 63
+  for (Bytes const& picture : {good, stray, endsEarly}) EXPECT_TRUE(thumbnail(picture));
+}
+
 TEST(PreviewHelpers, ShowAJPEGHoweverThinItIs) {
   for (unsigned const length : {2'048u, 4'096u, 8'192u, 16'384u}) {  // from here on, a factor of 2, 4 and 8
     for (unsigned const breadth : {1u, 3u, 7u, 8u, 15u}) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "core/SQLIdentifier.hpp"
+#include "platform/PlainLocale.hpp"
 #include "support/Browsed.hpp"
 #include "support/Command.hpp"
 #include "support/Corpora.hpp"
@@ -127,6 +128,7 @@ TEST(FileTransfer, ExportsJSONThatSQLiteReads) {
   ExportScene scene(everything + insertingTexts(naughtyStrings()));
   TemporaryDatabase const other("");
   std::string const document = literal(scene.exported(ExportFormat::json));
+  PlainLocale const readsPoints;  // SQLite reads the numbers of JSON as the locale writes them
   EXPECT_EQ(
       other.rows("ATTACH '" + scene.database.path().string() +
                  "' AS source; SELECT count(*), count(*) FILTER (WHERE value ->> 'a' IS a AND value ->> 'b' IS b AND "

@@ -157,6 +157,18 @@ TEST(FileTransfer, ReadsAStatementAgainThatWasTooLargeToCarry) {
   EXPECT_EQ(failureOf([&] { scene.run(ExportFormat::sql); }), DatabaseError("no such table: t"));
 }
 
+TEST(FileTransfer, EndsTheCommentThatATableLeavesOpen) {
+  for (std::string const comment : {"-- by code", "/* by code"}) {
+    SCOPED_TRACE(comment);
+    ExportScene scene("CREATE TABLE t(a PRIMARY KEY) WITHOUT ROWID " + comment);
+    scene.database.run("INSERT INTO t VALUES (1)");
+    scene.schema = browsedSchema(scene.database.path(), "t");
+    ASSERT_TRUE(scene.schema.object.sql.ends_with(comment)) << scene.schema.object.sql;
+    TemporaryDatabase const other(scene.exported(ExportFormat::sql));
+    EXPECT_EQ(other.rows("SELECT a FROM t"), "1");
+  }
+}
+
 TEST(FileTransfer, NeverExportsAStatementThatAForgedSchemaBringsAlong) {
   for (std::string const& before : {std::string(), "/*" + std::string(70'000, 'x') + "*/"}) {
     ExportScene scene("CREATE TABLE t(a " + before + "); INSERT INTO t VALUES (1)");

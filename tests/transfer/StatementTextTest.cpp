@@ -3,40 +3,44 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace tolva {
 namespace {
 
 using namespace std::string_literals;
 
-TEST(StatementText, IsOneStatementWhereNothingElseWouldRun) {
+TEST(StatementText, EndsWhereNothingElseWouldRun) {
   struct TextCase {
     std::string sql;
-    bool isOne;
+    std::optional<std::string_view> end;
   };
   TextCase const texts[] = {
-      {"CREATE TABLE t(a)", true},
-      {"CREATE TABLE \"a;\"\"b\"([c;d], `e;f` TEXT DEFAULT 'g;''h') -- i;\n", true},
-      {"CREATE TABLE t(a /* b; 'c */, d -- e; \"f\n)", true},
-      {"CREATE TABLE t(a$b(1), x'00', c DEFAULT 1.5e+3 CHECK (c <> :d))", true},
-      {"CREATE VIRTUAL TABLE t USING m(a, tokenize = \"x 'y'\")", true},
-      {"CREATE TABLE t(a);", true},
-      {"CREATE TABLE t(a); ; -- b\n/* c */\t", true},
-      {"CREATE TABLE t(a); DROP TABLE users", false},
-      {"CREATE TABLE t(a);/**/DROP TABLE users", false},
-      {"CREATE TABLE t(a)/*/;*/;DROP TABLE users", false},
-      {"CREATE TABLE t(a -- ;\n); DROP TABLE users", false},
-      {"CREATE TABLE t(a) -- swallows what follows", false},
-      {"CREATE TABLE t(a) /* swallows what follows", false},
-      {"CREATE TABLE t(a) /*/", false},
-      {"CREATE TABLE t(a DEFAULT 'b)", false},
-      {"CREATE TABLE t([a)", false},
-      {"CREATE TABLE t(a)\0; DROP TABLE users"s, false},
-      {"CREATE VIRTUAL TABLE t USING m($a('),b); DROP TABLE users; --')", false},
-      {"CREATE VIRTUAL TABLE t USING m($a::b('),c); DROP TABLE users; --')", false},
+      {"CREATE TABLE t(a)", ";"},
+      {"CREATE TABLE \"a;\"\"b\"([c;d], `e;f` TEXT DEFAULT 'g;''h') -- i;\n", ";"},
+      {"CREATE TABLE t(a /* b; 'c */, d -- e; \"f\n)", ";"},
+      {"CREATE TABLE t(a$b(1), x'00', c DEFAULT 1.5e+3 CHECK (c <> :d))", ";"},
+      {"CREATE VIRTUAL TABLE t USING m(a, tokenize = \"x 'y'\")", ";"},
+      {"CREATE TABLE t(a);", ";"},
+      {"CREATE TABLE t(a); ; -- b\n/* c */\t", ";"},
+      {"CREATE TABLE t(a); DROP TABLE users", std::nullopt},
+      {"CREATE TABLE t(a);/**/DROP TABLE users", std::nullopt},
+      {"CREATE TABLE t(a)/*/;*/;DROP TABLE users", std::nullopt},
+      {"CREATE TABLE t(a -- ;\n); DROP TABLE users", std::nullopt},
+      {"CREATE TABLE t(a) STRICT -- would swallow what follows", "\n;"},
+      {"CREATE TABLE t(a) STRICT /* would swallow what follows *", "*/;"},
+      {"CREATE TABLE t(a) STRICT /*/", "*/;"},
+      {"CREATE TABLE t(a); DROP TABLE users -- b", std::nullopt},
+      {"CREATE TABLE t(a); -- b", "\n;"},
+      {"CREATE TABLE t(a DEFAULT 'b)", std::nullopt},
+      {"CREATE TABLE t([a)", std::nullopt},
+      {"CREATE TABLE t(a)\0; DROP TABLE users"s, std::nullopt},
+      {"CREATE VIRTUAL TABLE t USING m($a('),b); DROP TABLE users; --')", std::nullopt},
+      {"CREATE VIRTUAL TABLE t USING m($a::b('),c); DROP TABLE users; --')", std::nullopt},
   };
-  for (TextCase const& text : texts) EXPECT_EQ(isOneStatement(text.sql), text.isOne) << text.sql;
+  for (TextCase const& text : texts) EXPECT_EQ(statementEnd(text.sql), text.end) << text.sql;
 }
 
 }  // namespace
