@@ -202,7 +202,9 @@ TEST(PreviewHelpers, DecodeALargeJPEGSmallerAndUpright) {
 /// As cameras write them: the decoder complains, and reads on.
 TEST(PreviewHelpers, ShowAJPEGThatIsNotQuiteByTheRules) {
   Bytes const good = greyJPEG(64, 64);
-  auto const find = [&](Bytes const& bytes) { return std::ranges::search(good, bytes).begin() - good.begin(); };
+  auto const find = [&](Bytes const& bytes) {
+    return std::search(good.begin(), good.end(), bytes.begin(), bytes.end()) - good.begin();
+  };
   Bytes stray = good;
   stray.insert(stray.begin() + find({0xff, 0xdb}), {0, 0});
   Bytes endsEarly = good;
