@@ -10,10 +10,10 @@
 
 #include <atomic>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <thread>
 
+#include "platform/Expression.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "support/Browsed.hpp"
 #include "support/Failure.hpp"
@@ -168,8 +168,8 @@ TEST(ExportFile, GrowsUnderAHiddenName) {
       },
       noTask);
   ASSERT_EQ(meanwhile.size(), 2U);
-  std::regex const hidden("\\.tolva-export-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}");
-  EXPECT_TRUE(std::regex_match(meanwhile[0], hidden)) << meanwhile[0];
+  Expression const hidden("^\\.tolva-export-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}$");
+  EXPECT_TRUE(hidden.found(meanwhile[0])) << meanwhile[0];
   EXPECT_EQ(meanwhile[1], "a.db");
 }
 
