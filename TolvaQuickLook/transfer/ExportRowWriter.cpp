@@ -6,6 +6,7 @@
 #include <charconv>
 #include <cmath>
 #include <string_view>
+#include <utility>
 
 #include "core/SQLIdentifier.hpp"
 #include "platform/DoubleText.hpp"
@@ -108,8 +109,8 @@ void put(ExportFile& file, std::string_view bytes, ByteForm const& form) {
 }  // namespace
 
 ExportRowWriter::ExportRowWriter(TableSchema const& schema, ExportFormat format, ExportFile& file,
-                                 TransferProgress const& progress)
-    : notation_(notationOf(format)), file_(file), progress_(progress) {
+                                 TransferProgress progress)
+    : notation_(notationOf(format)), file_(file), progress_(std::move(progress)) {
   if (format == ExportFormat::json) beforeRow_ = "{";
   if (format == ExportFormat::sql) beforeRow_ = insertInto(schema);
   int index = 0;

@@ -16,10 +16,10 @@ struct sqlite3_value;
 namespace tolva {
 
 /// Writes rows in one of the formats, each value straight from where SQLite holds it. Used in the turn of the service;
-/// the file and `progress` outlive it.
+/// the file outlives it.
 class ExportRowWriter {
  public:
-  ExportRowWriter(TableSchema const& schema, ExportFormat format, ExportFile& file, TransferProgress const& progress);
+  ExportRowWriter(TableSchema const& schema, ExportFormat format, ExportFile& file, TransferProgress progress);
 
   /// Writes the current row of a statement that selects the schema's columns first. The caller keeps a `HandleLock`.
   void write(SQLiteStatement const& row);
@@ -42,7 +42,7 @@ class ExportRowWriter {
 
   Notation const& notation_;
   ExportFile& file_;
-  TransferProgress const& progress_;
+  TransferProgress const progress_;
   std::vector<Column> columns_;
   std::string beforeRow_;
   std::int64_t rows_ = 0;

@@ -55,7 +55,8 @@ TableExport::TableExport(ExportOrder const& order, TransferProgress const& progr
       destination_(order.database, order.destination),
       connection_(SQLiteConnection::open(order.database, {.readOnly = true}, cancellation)),
       file_(destination_, task_),
-      writer_(order.schema, order.format, file_, progress) {}
+      progress_(progress),
+      writer_(order.schema, order.format, file_, [this](std::int64_t rows) { tell(rows); }) {}
 
 std::int64_t TableExport::run() {
   begin();
@@ -105,9 +106,22 @@ void TableExport::end() {
 // Rows ---------------------------------------------------------------------------------------------
 
 void TableExport::writeRows() {
-  if (order_.rows.selectedIndices) return writePositions();
-  if (order_.rows.selected) return writeSelected();
-  writeBrowsed();
+  held_.emplace(*connection_);
+  if (order_.rows.selectedIndices)
+    writePositions();
+  else if (order_.rows.selected)
+    writeSelected();
+  else
+    writeBrowsed();
+  held_.reset();
+}
+
+/// The handle is free meanwhile: whoever is told may cancel, and waits for what it likes.
+void TableExport::tell(std::int64_t rows) {
+  if (!progress_) return;
+  held_.reset();
+  progress_(rows);
+  held_.emplace(*connection_);
 }
 
 /// By the first row SQLite has all files of the database open.
@@ -120,7 +134,6 @@ void TableExport::write(RowCursor const& row) {
 void TableExport::writeBrowsed() {
   RowCursor row(*connection_, TableQueryBuilder::build(schema_, order_.rows.request), schema_,
                 RowCursor::Identity::marked);
-  HandleLock const held(*connection_);
   while (row.step()) write(row);
 }
 
@@ -128,7 +141,6 @@ void TableExport::writeBrowsed() {
 void TableExport::writeSelected() {
   if (schema_.identity.empty()) throw DatabaseError("Selected-row export requires stable row identities.");
   std::optional<RowCursor> found;
-  HandleLock const held(*connection_);
   for (DatabaseRow const& row : *order_.rows.selected) {
     checkCancellation(task_);
     if (found)
@@ -146,7 +158,6 @@ void TableExport::writePositions() {
   RowSelection const& selection = *order_.rows.selectedIndices;
   if (selection.ranges().empty()) throw DatabaseError("Select rows to export first.");
   ReadTransaction const snapshot(*connection_);
-  HandleLock const held(*connection_);
   RowsByKey const byKey(*connection_, schema_, order_.rows.request);
   if (isDense(selection) || !byKey.areFound()) return writePositionsInOneWalk();
   byKey.read(

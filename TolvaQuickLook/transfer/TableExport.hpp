@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <stop_token>
 #include <string>
 
@@ -52,6 +53,7 @@ class TableExport {
   void writePositions();
   void writePositionsInOneWalk();
   void write(RowCursor const& row);
+  void tell(std::int64_t rows);
 
   ExportOrder const& order_;
   TableSchema const& schema_;
@@ -59,7 +61,9 @@ class TableExport {
   ExportDestination destination_;
   std::shared_ptr<SQLiteConnection> const connection_;
   ExportFile file_;
+  TransferProgress const& progress_;
   ExportRowWriter writer_;
+  std::optional<HandleLock> held_;  // while rows are written, for the many calls that each would take it
 };
 
 }  // namespace tolva
