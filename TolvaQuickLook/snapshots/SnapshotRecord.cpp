@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "snapshots/SnapshotRecord.hpp"
+
+#include <boost/describe.hpp>
+
+#include "core/Limit.hpp"
+#include "platform/AtomicFile.hpp"
+#include "platform/JSONCodec.hpp"
+#include "platform/JSONReader.hpp"
+#include "platform/SafeFile.hpp"
+#include "platform/Trim.hpp"
+#include "platform/UTF8.hpp"
+
+namespace tolva {
+
+BOOST_DESCRIBE_STRUCT(Snapshot, (),
+                      (version, id, databaseID, sourcePath, sourceIdentity, started, timestamp, label, size,
+                       sqliteVersion, journalMode, pageSize))
+
+namespace {
+
+constexpr Limit recordBytes{65'535, "Snapshot metadata is too large."};
+constexpr Limit labelBytes{240, "Use a snapshot name of at most 240 UTF-8 bytes."};
+
+/// One byte beyond the limit is asked for: the file may grow after its size was looked at.
+std::string textOf(std::filesystem::path const& path) {
+  SafeFile file(path, Links::refuse);
+  recordBytes.check(static_cast<std::int64_t>(file.size()));
+  Bytes const bytes = file.readUpTo(static_cast<std::size_t>(recordBytes.most) + 1);
+  recordBytes.check(static_cast<std::int64_t>(bytes.size()));
+  return std::string(bytes.begin(), bytes.end());
+}
+
+bool belongsTo(std::filesystem::path const& folder, Snapshot const& snapshot) {
+  return snapshot.version == 1 && folder.filename() == snapshot.id.text() &&
+         folder.parent_path().filename() == snapshot.databaseID;
+}
+
+Snapshot withValidTexts(Snapshot snapshot) {
+  for (std::string* text : {&snapshot.databaseID, &snapshot.sourcePath, &snapshot.sourceIdentity,
+                            &snapshot.sqliteVersion, &snapshot.journalMode})
+    *text = repairUTF8(*text);
+  if (snapshot.label) snapshot.label = repairUTF8(*snapshot.label);
+  return snapshot;
+}
+
+}  // namespace
+
+Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder) {
+  std::string const text = textOf(store.checked(folder / "metadata.json"));
+  Snapshot snapshot = decodeJSON<Snapshot>(readJSON(text));
+  if (!belongsTo(folder, snapshot)) throw DatabaseError("Invalid snapshot metadata.");
+  return snapshot;
+}
+
+void writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder, Snapshot const& snapshot) {
+  std::string const text = encodeJSON(withValidTexts(snapshot));
+  recordBytes.check(static_cast<std::int64_t>(text.size()));
+  AtomicFile file(store.checked(folder / "metadata.json"), {.mode = 0666});
+  file.write(text);
+  file.publish(Publication::replace);
+}
+
+std::optional<std::string> trimmedLabel(std::string_view label) {
+  std::string const valid = repairUTF8(label);
+  std::string_view const rest = trimmed(valid);
+  labelBytes.check(static_cast<std::int64_t>(rest.size()));
+  if (rest.empty()) return std::nullopt;
+  return std::string(rest);
+}
+
+}  // namespace tolva
