@@ -53,12 +53,15 @@ Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path co
   return snapshot;
 }
 
-void writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder, Snapshot const& snapshot) {
+Snapshot writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder,
+                             Snapshot const& snapshot) {
   std::string const text = encodeJSON(withValidTexts(snapshot));
   recordBytes.check(static_cast<std::int64_t>(text.size()));
+  auto written = decodeJSON<Snapshot>(readJSON(text));
   AtomicFile file(store.checked(folder / "metadata.json"), {.mode = 0666});
   file.write(text);
   file.publish(Publication::replace);
+  return written;
 }
 
 std::optional<std::string> trimmedLabel(std::string_view label) {

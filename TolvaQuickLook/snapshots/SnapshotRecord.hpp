@@ -18,8 +18,8 @@ namespace tolva {
 Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder);
 
 /// Writes it, whole and on the disk or not at all. Texts are made valid UTF-8 first: what could not be read again would
-/// block the whole history.
-void writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder, Snapshot const& snapshot);
+/// block the whole history. Returns it as it will be read, its moments as coarse as they are written.
+Snapshot writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder, Snapshot const& snapshot);
 
 /// A label as it is stored: valid UTF-8, without white space at its ends, nothing if that leaves nothing. Throws
 /// `DatabaseError` if it is too long.
