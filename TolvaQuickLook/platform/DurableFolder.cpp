@@ -19,7 +19,9 @@ bool isFolder(std::filesystem::path const& path) {
 /// Whether the folder is new. Fails with ENOENT where the one above is missing.
 bool makeOne(std::filesystem::path const& path) {
   if (::mkdir(path.c_str(), 0700) == 0) return true;
-  if (errno == EEXIST && isFolder(path)) return false;
+  int const reason = errno;
+  if (reason == EEXIST && isFolder(path)) return false;
+  errno = reason;
   throwFileError("The folder cannot be made", path);
 }
 

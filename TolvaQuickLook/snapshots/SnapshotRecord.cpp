@@ -4,12 +4,11 @@
 #include <boost/describe.hpp>
 
 #include "core/Limit.hpp"
-#include "platform/AtomicFile.hpp"
 #include "platform/JSONCodec.hpp"
 #include "platform/JSONReader.hpp"
-#include "platform/SafeFile.hpp"
 #include "platform/Trim.hpp"
 #include "platform/UTF8.hpp"
+#include "snapshots/StoreFile.hpp"
 
 namespace tolva {
 
@@ -21,15 +20,6 @@ namespace {
 
 constexpr Limit recordBytes{65'535, "Snapshot metadata is too large."};
 constexpr Limit labelBytes{240, "Use a snapshot name of at most 240 UTF-8 bytes."};
-
-/// One byte beyond the limit is asked for: the file may grow after its size was looked at.
-std::string textOf(std::filesystem::path const& path) {
-  SafeFile file(path, Links::refuse);
-  recordBytes.check(static_cast<std::int64_t>(file.size()));
-  Bytes const bytes = file.readUpTo(static_cast<std::size_t>(recordBytes.most) + 1);
-  recordBytes.check(static_cast<std::int64_t>(bytes.size()));
-  return std::string(bytes.begin(), bytes.end());
-}
 
 bool belongsTo(std::filesystem::path const& folder, Snapshot const& snapshot) {
   return snapshot.version == 1 && folder.filename() == snapshot.id.text() &&
@@ -47,7 +37,7 @@ Snapshot withValidTexts(Snapshot snapshot) {
 }  // namespace
 
 Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder) {
-  std::string const text = textOf(store.checked(folder / "metadata.json"));
+  std::string const text = readStoreFile(store.checked(folder / "metadata.json"), recordBytes);
   Snapshot snapshot = decodeJSON<Snapshot>(readJSON(text));
   if (!belongsTo(folder, snapshot)) throw DatabaseError("Invalid snapshot metadata.");
   return snapshot;
@@ -56,11 +46,8 @@ Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path co
 Snapshot writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder,
                              Snapshot const& snapshot) {
   std::string const text = encodeJSON(withValidTexts(snapshot));
-  recordBytes.check(static_cast<std::int64_t>(text.size()));
-  auto written = decodeJSON<Snapshot>(readJSON(text));
-  AtomicFile file(store.checked(folder / "metadata.json"), {.mode = 0666});
-  file.write(text);
-  file.publish(Publication::replace);
+  Snapshot written = decodeJSON<Snapshot>(readJSON(text));
+  writeStoreFile(store.checked(folder / "metadata.json"), text, recordBytes);
   return written;
 }
 

@@ -17,8 +17,8 @@ namespace tolva {
 /// is no record at all, and `std::filesystem::filesystem_error` where it is missing, no regular file or cannot be read.
 Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder);
 
-/// Writes it, whole and on the disk or not at all. Texts are made valid UTF-8 first: what could not be read again would
-/// block the whole history. Returns it as it will be read, its moments as coarse as they are written.
+/// Writes it, whole and on the disk or not at all, and returns it as it will be read: texts are made valid UTF-8, since
+/// what could not be read again would block the whole history, and a date keeps the digits of a double.
 Snapshot writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder, Snapshot const& snapshot);
 
 /// A label as it is stored: valid UTF-8, without white space at its ends, nothing if that leaves nothing. Throws

@@ -27,6 +27,8 @@
 
 namespace tolva {
 
+class SnapshotStore;
+
 /// Told how far a copy is, about six times a second and at its end. It is called by the operation, in its turn, so it
 /// may not call the service. What it throws ends the capture as a failure does. May be empty.
 using SnapshotProgressReport = std::function<void(SnapshotProgress const&)>;
@@ -44,8 +46,9 @@ using SourceValidation = std::function<void()>;
 /// finish." A capture has the store for its whole length.
 ///
 /// A copy stands in a hidden folder until it is complete and on the disk; it then enters the store by one move, and its
-/// database never changes again. All operations make the store if it is not there, throw `DatabaseError`, the system's
-/// own `std::filesystem::filesystem_error` where a file cannot be read or written, and `TaskCancelled`.
+/// database never changes again. All operations make the store if it is not there. They throw `DatabaseError`,
+/// `TaskCancelled`, the system's own `std::filesystem::filesystem_error` where a file cannot be read or written, and
+/// `JSONError` where a record of the store is none.
 class TOLVA_EXPORT SnapshotService {
  public:
   /// The one on the user's own store, made at the first call. Throws where the user has no home.
@@ -113,8 +116,14 @@ class TOLVA_EXPORT SnapshotService {
                                             SnapshotProgressReport const& progress, std::stop_token task);
 
  private:
+  Snapshot capture(std::filesystem::path const& source, std::optional<std::string> const& label,
+                   SnapshotProgressReport const& progress, SourceValidation const& validateSource,
+                   std::stop_token const& task);
+  void adoptBaseline(std::filesystem::path const& source, std::optional<UUID> const& replacing,
+                     Snapshot const& snapshot, std::stop_token const& task);
+
   TurnQueue turns_;
-  std::filesystem::path const root_;
+  std::unique_ptr<SnapshotStore const> const store_;
   SnapshotLimits const limits_;
 };
 
