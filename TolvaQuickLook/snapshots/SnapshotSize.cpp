@@ -51,8 +51,7 @@ SnapshotEstimate estimateSnapshot(SQLiteConnection& source, std::filesystem::pat
 } catch (DatabaseError const& error) {
   if ((error.code & 0xFF) != SQLITE_CANTOPEN) throw;
   throw DatabaseError(
-      "SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it "
-      "in its owning application and try again. Snapshot capture requires read-only source access.",
+      R"(SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)",
       error.code);
 }
 
