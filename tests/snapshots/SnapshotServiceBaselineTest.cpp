@@ -25,7 +25,7 @@ DatabaseError const isBaseline(
 
 /// A store with a baseline in it, or not.
 struct BaselineScene : StoreScene {
-  UUID expected;
+  UUID seen;  // the baseline, by who compares
 
   BaselineSelection baseline() { return service.baseline(database.path(), noTask); }
   Snapshot capture(std::optional<UUID> const& replacing = {}, SnapshotProgressReport const& progress = {}) {
@@ -336,8 +336,8 @@ TEST(SnapshotServiceBaseline, IsNotSetForASourceThatWasReplacedMeanwhile) {
 }
 
 TEST(SnapshotServiceBaseline, IsNotComparedWithASourceThatWasReplacedMeanwhile) {
-  auto ends = endsOfReplacements([](BaselineScene& scene) { scene.expected = scene.capture().id; },
-                                 [](BaselineScene& scene) { scene.prepare(scene.expected); });
+  auto ends = endsOfReplacements([](BaselineScene& scene) { scene.seen = scene.capture().id; },
+                                 [](BaselineScene& scene) { scene.prepare(scene.seen); });
   EXPECT_GT(ends[duringCapture], 0);
   EXPECT_GT(ends["The source file was replaced. Capture a new baseline before comparing."], 0);
   EXPECT_GT(ends[changed.detail], 0) << "the new file has no baseline";
