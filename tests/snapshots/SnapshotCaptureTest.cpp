@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -322,6 +323,28 @@ TEST(SnapshotCapture, EndsWhenItsTaskIsCancelledFromTheReportOfItsLastStep) {
   EXPECT_THROW(scene.capture({.progress = [&](auto const&) { task.request_stop(); }, .task = task.get_token()}),
                TaskCancelled);
   expectUntouched(scene);
+}
+
+/// What comes behind the copying is seen by its calls to the system; the database is protected last.
+TEST(SnapshotCapture, LooksAtItsTaskOnceMoreBeforeTheLastCheck) {
+  CaptureScene const scene;
+  scene.capture();
+  std::istringstream trace([&] {
+    FaultInjector const calls(scene.store.root());
+    scene.capture();
+    return calls.trace();
+  }());
+  long number = 1;
+  for (std::string call; trace >> call && call != "fchmodat";) ++number;
+  std::stop_source task;
+  int calls = 0;
+  auto const capture = [&] {
+    EXPECT_THROW(scene.capture({.validateSource = [&] { ++calls; }, .task = task.get_token()}), TaskCancelled);
+  };
+  EXPECT_TRUE(FaultInjector::before(
+      scene.store.root(), number, [&] { task.request_stop(); }, capture));
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(scene.names().size(), 2U);
 }
 
 /// The check comes behind the last look at the task: the move is the commit.
