@@ -656,6 +656,20 @@ TEST(SnapshotCapture, EndsWhenItsSourceIsDeleted) {
   EXPECT_EQ(scene.names(), Names{});
 }
 
+/// A file without a byte is an empty database: one state, which is what the source holds by then.
+TEST(SnapshotCapture, OfASourceThatIsEmptiedIsEmpty) {
+  for (int const call : {2, 3, 4}) {
+    CaptureScene const scene(manyPages);
+    int calls = 0;
+    auto const check = [&] {
+      if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
+    };
+    Snapshot const made = scene.capture({.validateSource = check});
+    EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"),
+              "0\nok");
+  }
+}
+
 /// The very file, at another place: it is still what was copied.
 TEST(SnapshotCapture, GoesOnWhenItsSourceIsMovedBehindALink) {
   CaptureScene const scene(manyPages);
