@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
 #include <thread>
@@ -324,6 +325,28 @@ TEST(SnapshotCapture, EndsWhenItsTaskIsCancelledFromTheReportOfItsLastStep) {
   expectUntouched(scene);
 }
 
+/// What comes behind the copying is seen by its calls to the system; the database is protected last.
+TEST(SnapshotCapture, LooksAtItsTaskOnceMoreBeforeTheLastCheck) {
+  CaptureScene const scene;
+  scene.capture();
+  std::istringstream trace([&] {
+    FaultInjector const calls(scene.store.root());
+    scene.capture();
+    return calls.trace();
+  }());
+  long number = 1;
+  for (std::string call; trace >> call && call != "fchmodat";) ++number;
+  std::stop_source task;
+  int calls = 0;
+  auto const capture = [&] {
+    EXPECT_THROW(scene.capture({.validateSource = [&] { ++calls; }, .task = task.get_token()}), TaskCancelled);
+  };
+  EXPECT_TRUE(FaultInjector::before(
+      scene.store.root(), number, [&] { task.request_stop(); }, capture));
+  EXPECT_EQ(calls, 2);
+  EXPECT_EQ(scene.names().size(), 2U);
+}
+
 /// The check comes behind the last look at the task: the move is the commit.
 TEST(SnapshotCapture, IsKeptWhenItsTaskIsCancelledFromTheLastCheck) {
   CaptureScene const scene;
@@ -631,6 +654,20 @@ TEST(SnapshotCapture, EndsWhenItsSourceIsDeleted) {
   };
   EXPECT_EQ(systemFailureOf([&] { scene.capture({.validateSource = check}); }), "ENOENT a.db");
   EXPECT_EQ(scene.names(), Names{});
+}
+
+/// A file without a byte is an empty database: one state, which is what the source holds by then.
+TEST(SnapshotCapture, OfASourceThatIsEmptiedIsEmpty) {
+  for (int const call : {2, 3, 4}) {
+    CaptureScene const scene(manyPages);
+    int calls = 0;
+    auto const check = [&] {
+      if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
+    };
+    Snapshot const made = scene.capture({.validateSource = check});
+    EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"),
+              "0\nok");
+  }
 }
 
 /// The very file, at another place: it is still what was copied.

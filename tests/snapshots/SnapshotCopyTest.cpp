@@ -96,6 +96,14 @@ TEST(SnapshotCopy, TellsTheSystemsFailureWithItsCode) {
   EXPECT_GT(failures, 3);
 }
 
+TEST(SnapshotCopy, LooksAtItsTaskBehindTheLastStep) {
+  Scene const scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);");
+  std::stop_source task;
+  auto const cancel = [&](SnapshotProgress const&) { task.request_stop(); };
+  EXPECT_THROW(copySnapshot(*scene.connection, *scene.staging, {}, cancel, {}, task.get_token()), TaskCancelled);
+  EXPECT_EQ(rowsAsText(scene.staging->database(), "PRAGMA journal_mode"), "wal");  // complete, and left at that
+}
+
 TEST(SnapshotCopy, CountsItsTimeFromTheFirstStep) {
   Scene const scene;
   int validations = 0;
