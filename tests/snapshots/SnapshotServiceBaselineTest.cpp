@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <map>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -289,6 +290,67 @@ TEST(SnapshotServiceBaseline, LeavesNothingHeldWhenTheCaptureFails) {
   EXPECT_EQ(openDescriptors(), open);
   scene.clear(snapshot.id);
   scene.service.deleteSnapshot(snapshot);
+}
+
+// A task that is cancelled ------------------------------------------------------------------------
+
+/// Cancels the task of `operation` before each of its calls that change the store, and has `check` look at the store.
+void cancelAtEachCall(std::function<void(BaselineScene&)> const& prepare,
+                      std::function<void(BaselineScene&, std::stop_token)> const& operation,
+                      std::function<void(BaselineScene&, bool cancelled)> const& check) {
+  int cancelledCalls = 0;
+  for (long n = 1;; ++n) {
+    SCOPED_TRACE("call " + std::to_string(n));
+    BaselineScene scene;
+    prepare(scene);
+    std::stop_source task;
+    bool cancelled = false;
+    bool const came = FaultInjector::before(
+        scene.folder / "store", n, [&] { task.request_stop(); },
+        [&] {
+          try {
+            operation(scene, task.get_token());
+          } catch (TaskCancelled const&) {
+            cancelled = true;
+          }
+        });
+    if (!came) break;
+    cancelledCalls += cancelled ? 1 : 0;
+    EXPECT_EQ(scene.hidden(), std::vector<std::string>());
+    check(scene, cancelled);
+  }
+  EXPECT_GT(cancelledCalls, 0);
+}
+
+TEST(SnapshotServiceBaseline, IsNotSetByATaskThatIsCancelledAtAnyMoment) {
+  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
+                   [](BaselineScene& scene, std::stop_token task) {
+                     scene.service.captureBaseline(scene.database.path(), scene.seen, {}, task);
+                   },
+                   [](BaselineScene& scene, bool cancelled) {
+                     EXPECT_EQ(scene.baseline().id == scene.seen, cancelled);
+                     EXPECT_TRUE(scene.baseline().snapshot.has_value());
+                   });
+}
+
+TEST(SnapshotServiceBaseline, IsNotForgottenByATaskThatIsCancelled) {
+  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
+                   [](BaselineScene& scene, std::stop_token task) {
+                     scene.service.clearBaseline(scene.database.path(), scene.seen, task);
+                   },
+                   [](BaselineScene& scene, bool cancelled) { EXPECT_EQ(scene.baseline().id.has_value(), cancelled); });
+}
+
+TEST(SnapshotServiceBaseline, HoldsNothingForAComparisonThatIsCancelledAtAnyMoment) {
+  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
+                   [](BaselineScene& scene, std::stop_token task) {
+                     scene.service.prepareChanges(scene.database.path(), scene.seen, {}, task);
+                   },
+                   [](BaselineScene& scene, bool) {
+                     scene.clear(scene.seen);
+                     for (Snapshot const& snapshot : scene.history()) scene.service.deleteSnapshot(snapshot);
+                     EXPECT_TRUE(std::filesystem::is_empty(scene.databaseFolder()));
+                   });
 }
 
 // A source that is replaced ------------------------------------------------------------------------
