@@ -40,6 +40,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/TableSchema.hpp
   platform/Bytes.hpp
   platform/Export.hpp
+  platform/JSONError.hpp
   platform/TaskCancellation.hpp
   platform/ThreadSafety.hpp
   platform/Turn.hpp

@@ -13,7 +13,7 @@ namespace tolva {
 /// The file of one source that names its baseline, "baseline.json"; without one there is no baseline. Used while the
 /// catalog lock is held, and read afresh each time. Changes are on the disk when they return.
 ///
-/// Throws `DatabaseError` where the file is too large, unsafe or of another version, `JSONError` where it is no pointer,
+/// Throws `DatabaseError` where the file is too large, unsafe or of another version, `JSONError` where it is none,
 /// and `std::filesystem::filesystem_error` where it is no regular file or cannot be read or written.
 class BaselinePointer {
  public:

@@ -8,7 +8,7 @@
 
 namespace tolva {
 
-/// The baseline of a database: none (both empty), a valid one (both there), or one whose snapshot has gone (`id` alone),
+/// The baseline of a database: none (both empty), a valid one (both there), or one whose snapshot is gone (`id` alone),
 /// which a person clears or replaces. A value.
 struct BaselineSelection {
   std::optional<UUID> id;

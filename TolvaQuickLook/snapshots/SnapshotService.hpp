@@ -14,6 +14,7 @@
 
 #include "core/DatabaseError.hpp"
 #include "platform/Export.hpp"
+#include "platform/JSONError.hpp"
 #include "platform/TaskCancellation.hpp"
 #include "platform/Turn.hpp"
 #include "platform/UUID.hpp"

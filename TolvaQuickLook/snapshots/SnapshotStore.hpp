@@ -27,8 +27,8 @@ class SnapshotStore {
 
   std::filesystem::path const& root() const { return root_; }  // absolute, without a slash at its end
 
-  /// `path` without "." and "..", which lies below the root and passes no link, or throws `DatabaseError`. What does not
-  /// exist passes.
+  /// `path` without "." and "..". Throws `DatabaseError` unless it lies below the root and passes no link. What does
+  /// not exist is no link.
   std::filesystem::path checked(std::filesystem::path const& path) const;
 
   /// The folder of one source. Throws `DatabaseError` unless `databaseID` is 64 lower-case hexadecimal digits.

@@ -62,8 +62,8 @@ StoreLock::~StoreLock() {
   if (descriptor_ >= 0) unlockAndClose(descriptor_);
 }
 
-/// A lock belongs to the open file, which a forked child shares until it runs its program: closing alone would leave the
-/// lock with it. The file may be a second name of a database that SQLite has open, hence `LockedFiles`.
+/// A lock belongs to the open file, which a forked child shares until it runs its program: closing alone would leave
+/// it the lock. The file may be a second name of a database that SQLite has open, hence `LockedFiles`.
 void StoreLock::unlockAndClose(int descriptor) noexcept {
   ::flock(descriptor, LOCK_UN);
   LockedFiles::close(descriptor);

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
-// The history of snapshots and the reading of one.
+// The history of snapshots, and the whole store.
 #include "snapshots/SnapshotService.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -15,14 +14,13 @@
 #include <vector>
 
 #include "core/SQLiteConnection.hpp"
-#include "core/SQLiteStatement.hpp"
 #include "platform/ApplicationFolders.hpp"
 #include "snapshots/LockHolder.hpp"
+#include "snapshots/Planted.hpp"
 #include "snapshots/StoreScene.hpp"
 #include "support/Descriptors.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
-#include "support/JSONFailure.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/Unprivileged.hpp"
 
@@ -37,24 +35,6 @@ std::stop_token cancelledTask() {
   std::stop_source source;
   source.request_stop();
   return source.get_token();
-}
-
-/// What an operation ends with, whatever kind of error it is.
-std::string endOf(std::function<void()> const& operation) {
-  try {
-    operation();
-  } catch (std::filesystem::filesystem_error const&) {
-    return systemFailureOf(operation);
-  } catch (std::exception const& error) {
-    return error.what();
-  }
-  return "(nothing failed)";
-}
-
-/// Makes something at `path` that is neither a file nor a folder; false where the system does not let it.
-bool plantPipe(std::filesystem::path const& path) { return ::mkfifo(path.c_str(), 0600) == 0; }
-bool plantDevice(std::filesystem::path const& path) {
-  return ::mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 5)) == 0;
 }
 
 // The history -------------------------------------------------------------------------------------
@@ -321,161 +301,6 @@ TEST(SnapshotService, LeavesASnapshotThatItMayNotMove) {
             "EACCES");
   std::filesystem::permissions(scene.databaseFolder(), std::filesystem::perms(0700));
   EXPECT_EQ(scene.labels(), "whole");
-}
-
-// Finding -----------------------------------------------------------------------------------------
-
-TEST(SnapshotService, FindsNothingByARecordThatWasMadeUp) {
-  StoreScene scene;
-  Snapshot const real = scene.plant("real");
-  Snapshot none = real;
-  none.id = UUID::make();
-  Snapshot outside = real;
-  outside.databaseID = "../../../etc";
-  struct {
-    Snapshot passed;
-    std::string failure;
-  } const cases[] = {
-      {none, "ENOENT metadata.json"},
-      {outside, "Invalid snapshot database identifier."},
-      {Snapshot{}, "Invalid snapshot database identifier."},
-  };
-  for (auto const& now : cases) {
-    EXPECT_EQ(endOf([&] { scene.service.open(now.passed); }), now.failure);
-    EXPECT_EQ(endOf([&] { scene.service.rename(now.passed, "x"); }), now.failure);
-    EXPECT_EQ(endOf([&] { scene.service.deleteSnapshot(now.passed); }), now.failure);
-  }
-  EXPECT_EQ(scene.history(), std::vector<Snapshot>{real});
-}
-
-TEST(SnapshotService, RefusesALinkForTheFolderOfASnapshot) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("whole");
-  auto const moved = scene.folder / "moved";
-  std::filesystem::rename(scene.folderOf(snapshot), moved);
-  std::filesystem::create_directory_symlink(moved, scene.folderOf(snapshot));
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), unsafe);
-  EXPECT_EQ(failureOf([&] { scene.service.rename(snapshot, "x"); }), unsafe);
-  EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }), unsafe);
-  EXPECT_TRUE(std::filesystem::exists(moved / "database.sqlite"));
-}
-
-// Reading -----------------------------------------------------------------------------------------
-
-TEST(SnapshotService, LeasesASnapshotByItsRecordOrItsFile) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  Snapshot passed = snapshot;
-  passed.label = "made up";
-  auto const byRecord = scene.service.open(passed);
-  EXPECT_EQ(byRecord->snapshot, snapshot) << "the stored record, not the passed one";
-  EXPECT_EQ(byRecord->databaseURL, scene.folderOf(snapshot) / "database.sqlite");
-  EXPECT_GE(byRecord->descriptor, 0);
-  auto const byFile = scene.service.open(byRecord->databaseURL);
-  EXPECT_EQ(byFile->snapshot, snapshot);
-  EXPECT_EQ(byFile->databaseURL, byRecord->databaseURL);
-  auto const connection = SQLiteConnection::open(byFile->databaseURL, {.readOnly = true});
-  EXPECT_EQ(rowsAsText(byFile->databaseURL, "SELECT a FROM t"), "1");
-}
-
-TEST(SnapshotService, TakesTheFileThroughALinkFromOutside) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  std::filesystem::create_symlink(scene.folderOf(snapshot) / "database.sqlite", scene.folder / "link");
-  EXPECT_EQ(scene.service.open(scene.folder / "link")->snapshot, snapshot);
-}
-
-TEST(SnapshotService, EndsALeaseWithItsObject) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  long const open = openDescriptors();
-  {
-    auto const lease = scene.service.open(snapshot);
-    EXPECT_EQ(openDescriptors(), open + 1);
-  }
-  EXPECT_EQ(openDescriptors(), open);
-  struct stat status {};
-  ASSERT_EQ(::stat((scene.folderOf(snapshot) / ".lease").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0600u);
-}
-
-TEST(SnapshotService, EndsALeaseAtOnceWhileAForkedChildStillHasIt) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  auto lease = scene.service.open(snapshot);
-  LockHolder const child;
-  lease.reset();
-  scene.service.deleteSnapshot(snapshot);
-  EXPECT_EQ(scene.labels(), "");
-}
-
-TEST(SnapshotService, RefusesAFileThatIsNoCompletedSnapshot) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  auto const staging = scene.databaseFolder() / ".partial-00112233-4455-6677-8899-AABBCCDDEEFF";
-  std::filesystem::copy(scene.folderOf(snapshot), staging);
-  auto const nested = scene.store.root() / "deep" / snapshot.databaseID / UUID::make().text();
-  std::filesystem::create_directories(nested.parent_path());
-  std::filesystem::copy(scene.folderOf(snapshot), nested);
-  struct {
-    std::filesystem::path file;
-    std::string failure;
-  } const cases[] = {
-      {scene.database.path(), "Unsafe snapshot path."},
-      {scene.store.root(), "Unsafe snapshot path."},
-      {scene.folderOf(snapshot) / "metadata.json", "Not a completed snapshot database."},
-      {scene.folderOf(snapshot), "Not a completed snapshot database."},
-      {scene.folderOf(snapshot) / "Database.sqlite", "Not a completed snapshot database."},
-      {scene.folderOf(snapshot) / "database.sqlite-wal", "Not a completed snapshot database."},
-      {staging / "database.sqlite", "Invalid snapshot metadata."},
-      {nested / "database.sqlite", "Invalid snapshot metadata."},
-      {scene.databaseFolder() / "database.sqlite", "ENOENT metadata.json"},
-      {scene.store.root() / "database.sqlite", "ENOENT metadata.json"},
-  };
-  for (auto const& now : cases) {
-    SCOPED_TRACE(now.file);
-    EXPECT_EQ(endOf([&] { scene.service.open(now.file); }), now.failure);
-  }
-  std::filesystem::remove_all(staging);
-}
-
-TEST(SnapshotService, TellsThatTheDatabaseOfASnapshotIsMissing) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("empty");
-  auto const file = scene.folderOf(snapshot) / "database.sqlite";
-  DatabaseError const missing("The snapshot database is missing.");
-  std::filesystem::remove(file);
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), missing);
-  EXPECT_EQ(failureOf([&] { scene.service.open(file); }), missing);
-  std::filesystem::create_directory(file);
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), missing);
-  std::filesystem::remove(file);
-  ASSERT_TRUE(plantPipe(file));
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), missing);
-  std::filesystem::remove(file);
-  std::filesystem::create_symlink(scene.database.path(), file);
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), unsafe);
-  EXPECT_EQ(scene.labels(), "empty") << "the history needs the record only";
-  EXPECT_FALSE(std::filesystem::exists(scene.folderOf(snapshot) / ".lease"));
-}
-
-TEST(SnapshotService, TellsWhatStandsAgainstALease) {
-  StoreScene scene;
-  Snapshot const snapshot = scene.plant("read");
-  auto const lease = scene.folderOf(snapshot) / ".lease";
-  {
-    StoreLock const foreign(lease, LockKind::exclusive);
-    EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }),
-              DatabaseError("This snapshot is being deleted. Try again."));
-  }
-  std::filesystem::remove(lease);
-  std::filesystem::create_symlink("elsewhere", lease);
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }), unsafe);
-  std::filesystem::remove(lease);
-  ASSERT_TRUE(plantPipe(lease));
-  EXPECT_EQ(failureOf([&] { scene.service.open(snapshot); }),
-            DatabaseError("Cannot lock snapshot storage: Invalid argument"));
-  std::filesystem::remove(lease);
 }
 
 // The whole store ---------------------------------------------------------------------------------
