@@ -29,8 +29,8 @@ class OnlineBackup {
   // In the order of life ----------------------------------------------------------------------------
   // The results are SQLite's codes, extended ones included.
 
-  /// Copies up to `pages` pages under one lock on the source. `SQLITE_OK` when there are more, `SQLITE_DONE` at the end;
-  /// `SQLITE_BUSY` and `SQLITE_LOCKED` may pass, all other failures stay.
+  /// Copies up to `pages` pages under one lock on the source. `SQLITE_OK` when there are more, `SQLITE_DONE` at the
+  /// end; `SQLITE_BUSY` and `SQLITE_LOCKED` may pass, all other failures stay.
   int step(int pages);
 
   /// Of the source, as the last step saw it; 0 before the first one.

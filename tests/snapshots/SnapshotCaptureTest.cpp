@@ -514,7 +514,7 @@ TEST(SnapshotCapture, SaysWhatToDoAboutALogThatCannotBeRead) {
   scene.folder.openToEverybody();
   std::filesystem::create_directory(scene.folder / "own");
   ASSERT_EQ(::chmod((scene.folder / "own").c_str(), 0777), 0);
-  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0444), 0);
+  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0644), 0);
   SQLitePeer peer(scene.database.path());
   ASSERT_EQ(peer.exec("INSERT INTO t VALUES (1)"), "ok");
   ASSERT_EQ(::chmod((scene.folder / "a.db-shm").c_str(), 0), 0);

@@ -196,13 +196,13 @@ TEST(SnapshotServiceCreate, IsClearedAwayAfterACrashAndNothingElse) {
 
 // Writers -----------------------------------------------------------------------------------------
 
-class SnapshotServiceWriters : public testing::TestWithParam<std::string> {};
+class SnapshotServiceCreateWriters : public testing::TestWithParam<std::string> {};
 
 /// Takes one from the first row and gives it to the last.
 std::string const transfer =
     "BEGIN IMMEDIATE; UPDATE t SET a = a - 1 WHERE rowid = 1; UPDATE t SET a = a + 1 WHERE rowid = 600; COMMIT";
 
-TEST_P(SnapshotServiceWriters, AreWaitedFor) {
+TEST_P(SnapshotServiceCreateWriters, AreWaitedFor) {
   Scene scene("PRAGMA journal_mode = " + GetParam() + ";" + manyPages);
   SQLitePeer peer(scene.database.path());
   std::vector<SnapshotProgress> told;
@@ -218,7 +218,7 @@ TEST_P(SnapshotServiceWriters, AreWaitedFor) {
             "-8\n8\n0|600");
 }
 
-TEST_P(SnapshotServiceWriters, LeaveOneCommittedState) {
+TEST_P(SnapshotServiceCreateWriters, LeaveOneCommittedState) {
   Scene scene("PRAGMA journal_mode = " + GetParam() + ";" + manyPages);
   SQLitePeer peer(scene.database.path());
   std::atomic<int> allowed = 0;  // transfers that the writer may have begun
@@ -249,12 +249,12 @@ TEST_P(SnapshotServiceWriters, LeaveOneCommittedState) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(InEachJournalMode, SnapshotServiceWriters, testing::Values("DELETE", "WAL"),
+INSTANTIATE_TEST_SUITE_P(InEachJournalMode, SnapshotServiceCreateWriters, testing::Values("DELETE", "WAL"),
                          [](auto const& mode) { return mode.param; });
 
 // Faults ------------------------------------------------------------------------------------------
 
-class SnapshotServiceFaults : public testing::TestWithParam<std::string> {};
+class SnapshotServiceCreateFaults : public testing::TestWithParam<std::string> {};
 
 struct FaultCase {
   std::string sql;
@@ -267,7 +267,7 @@ FaultCase const faultCases[] = {
     {manyPages, sanitized ? 4 : 10},
 };
 
-TEST_P(SnapshotServiceFaults, LeaveTheHistoryAsItWasOrWithTheWholeSnapshot) {
+TEST_P(SnapshotServiceCreateFaults, LeaveTheHistoryAsItWasOrWithTheWholeSnapshot) {
   for (FaultCase const& each : faultCases) {
     Scene scene("PRAGMA journal_mode = " + GetParam() + ";" + each.sql);
     SQLitePeer peer(scene.database.path());
@@ -323,7 +323,7 @@ TEST(SnapshotServiceCreate, LeavesAStoreThatCanBeUsedWhereverItsMakingFails) {
       /*most=*/sanitized ? 15 : 40);
 }
 
-INSTANTIATE_TEST_SUITE_P(InEachJournalMode, SnapshotServiceFaults, testing::Values("DELETE", "WAL"),
+INSTANTIATE_TEST_SUITE_P(InEachJournalMode, SnapshotServiceCreateFaults, testing::Values("DELETE", "WAL"),
                          [](auto const& mode) { return mode.param; });
 
 }  // namespace

@@ -109,10 +109,13 @@ TEST(SnapshotStaging, SaysWhatItCannotClean) {
   Scene scene;
   scene.folder.openToEverybody();
   ASSERT_EQ(::chmod(scene.store.root().c_str(), 0755), 0);
-  ASSERT_EQ(::chmod(scene.source.c_str(), 0755), 0);
   auto const left = scene.add(".partial-" + UUID::make().text());
+  ASSERT_EQ(::chmod(left.c_str(), 0555), 0);
+  ASSERT_EQ(::chmod(scene.source.c_str(), 0555), 0);
   EXPECT_EQ(asUnprivileged([&] { return systemFailureOf([&] { scene.clean(); }).substr(0, 6); }), "EACCES");
   EXPECT_EQ(contentOf(left / "database.sqlite"), "half");
+  ASSERT_EQ(::chmod(scene.source.c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(left.c_str(), 0755), 0);
   scene.clean();
   EXPECT_EQ(scene.names(), Names{});
 }
