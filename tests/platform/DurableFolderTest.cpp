@@ -70,6 +70,7 @@ TEST(DurableFolder, TellsWhatStandsInItsWay) {
   std::filesystem::permissions(folder / "closed", std::filesystem::perms::none);
   EXPECT_EQ(asUnprivileged([&] { return systemFailureOf([&] { makeDurableFolder(folder / "closed" / "new"); }); }),
             "EACCES new");
+  std::filesystem::permissions(folder / "closed", std::filesystem::perms::owner_all);
   EXPECT_EQ(systemFailureOf([&] { flushFolder(folder / "absent"); }), "ENOENT absent");
   EXPECT_EQ(systemFailureOf([&] { flushFolder(folder / "file"); }), "ENOTDIR file");
 }
@@ -81,6 +82,7 @@ TEST(DurableFolder, NeedsNoRightToReadTheFolderThatItIsMadeIn) {
   std::filesystem::permissions(folder / "drop", std::filesystem::perms(0333));
   EXPECT_EQ(asUnprivileged([&] { return systemFailureOf([&] { makeDurableFolder(folder / "drop" / "new"); }); }),
             "(nothing failed)");
+  std::filesystem::permissions(folder / "drop", std::filesystem::perms::owner_all);
 }
 
 }  // namespace

@@ -117,6 +117,7 @@ TEST(SnapshotSource, PassesOnWhyAFileCannotBeLookedUp) {
   std::filesystem::permissions(folder / "closed", std::filesystem::perms::none);
   EXPECT_EQ(asUnprivileged([&] { return systemFailureOf([&] { snapshotSource(folder / "closed" / "live.sqlite"); }); }),
             "EACCES live.sqlite");
+  std::filesystem::permissions(folder / "closed", std::filesystem::perms::owner_all);
 }
 
 TEST(SnapshotSource, NeedsNoRightToReadTheFile) {

@@ -202,6 +202,7 @@ TEST(SnapshotStore, TellsThatItsFolderCannotBeMade) {
   EXPECT_EQ(asUnprivileged(
                 [&] { return systemFailureOf([&] { SnapshotStore(folder / "closed" / "store").lockCatalog(); }); }),
             "EACCES store");
+  std::filesystem::permissions(folder / "closed", std::filesystem::perms::owner_all);
 }
 
 TEST(SnapshotStore, LeavesNoFolderBehindThatIsNotOnTheDisk) {
