@@ -7,6 +7,7 @@
 #include "core/DatabaseError.hpp"
 #include "platform/CanonicalPath.hpp"
 #include "platform/DurableFolder.hpp"
+#include "platform/FilePath.hpp"
 #include "snapshots/BaselinePointer.hpp"
 #include "snapshots/SnapshotRecord.hpp"
 #include "snapshots/SnapshotSource.hpp"
@@ -94,7 +95,7 @@ std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(Snapshot const& snap
 }
 
 std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(std::filesystem::path const& file) const {
-  std::filesystem::path const database = store_.checked(canonicalPath(file));
+  std::filesystem::path const database = store_.checked(holdsNUL(file) ? file : canonicalPath(file));
   if (database.filename() != "database.sqlite") throw DatabaseError("Not a completed snapshot database.");
   return lease(readSnapshotRecord(store_, database.parent_path()));
 }

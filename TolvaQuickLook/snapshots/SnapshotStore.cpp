@@ -37,7 +37,8 @@ bool isLowerHexDigit(char digit) { return (digit >= '0' && digit <= '9') || (dig
 
 }  // namespace
 
-SnapshotStore::SnapshotStore(std::filesystem::path const& root) : root_(withoutLastSlash(canonicalPath(root))) {}
+SnapshotStore::SnapshotStore(std::filesystem::path const& root)
+    : root_(withoutLastSlash(holdsNUL(root) ? root : canonicalPath(root))) {}
 
 std::filesystem::path SnapshotStore::checked(std::filesystem::path const& path) const {
   std::filesystem::path const tidied = withoutLastSlash(absolutePath(path).lexically_normal());
@@ -59,8 +60,9 @@ std::filesystem::path SnapshotStore::directory(std::string_view databaseID, UUID
 }
 
 StoreLock SnapshotStore::lockCatalog() const {
+  std::filesystem::path const file = checked(root_ / ".catalog-lock");
   makeDurableFolder(root_);
-  return StoreLock(checked(root_ / ".catalog-lock"), LockKind::exclusive);
+  return StoreLock(file, LockKind::exclusive);
 }
 
 }  // namespace tolva

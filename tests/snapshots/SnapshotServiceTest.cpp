@@ -396,6 +396,17 @@ TEST(SnapshotService, EstimatesWhatASnapshotTakes) {
   EXPECT_EQ(failureOf([&] { scene.service.estimate(scene.folder / "absent", noTask); }).code & 0xFF, 14);
 }
 
+TEST(SnapshotService, WaitsForNoSourceThatIsNoFile) {
+  StoreScene scene;
+  ASSERT_TRUE(plantPipe(scene.folder / "pipe"));
+  for (std::filesystem::path const& source : {scene.folder / "pipe", scene.folder.path()}) {
+    SCOPED_TRACE(source);
+    EXPECT_EQ(failureOf([&] { scene.service.estimate(source, noTask); }).code & 0xFF, 14);
+    EXPECT_EQ(failureOf([&] { scene.service.create(source, {}, {}, {}, noTask); }),
+              DatabaseError("Cannot identify this database file safely."));
+  }
+}
+
 TEST(SnapshotService, WorksOnAStoreGivenThroughALinkOrWithASlash) {
   StoreScene scene;
   Snapshot const snapshot = scene.plant("whole");

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <vector>
 
 #include "snapshots/LockHolder.hpp"
 #include "support/Failure.hpp"
@@ -151,6 +152,13 @@ TEST(SnapshotStore, IsMadeForItsOwnerAloneAndLocked) {
   EXPECT_EQ(
       failureOf([&] { store.lockCatalog(); }),
       DatabaseError("Snapshot storage is in use. Close open snapshot tabs or wait for the other operation to finish."));
+}
+
+TEST(SnapshotStore, IsNotMadeUnderANameThatEndsEarly) {
+  TemporaryFolder const folder;
+  SnapshotStore const store((folder / "store").string() + std::string("\0x", 2));
+  EXPECT_EQ(failureOf([&] { store.lockCatalog(); }), unsafe);
+  EXPECT_EQ(folder.names(), std::vector<std::string>());
 }
 
 TEST(SnapshotStore, IsRefusedWhileAnotherProcessHasItsLockAndFreeWhenThatDies) {
