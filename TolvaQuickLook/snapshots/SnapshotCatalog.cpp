@@ -20,7 +20,7 @@ std::filesystem::path databaseIn(SnapshotStore const& store, std::filesystem::pa
   return store.checked(folder / "database.sqlite");
 }
 
-/// Neither a missing file nor anything that is none. Throws where that cannot be told.
+/// Whether a regular file is there, no link to one. Throws where that cannot be told.
 bool isFile(std::filesystem::path const& path) {
   return std::filesystem::symlink_status(path).type() == std::filesystem::file_type::regular;
 }
