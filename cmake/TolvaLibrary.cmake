@@ -40,6 +40,7 @@ set(TOLVA_PUBLIC_HEADERS
   core/TableSchema.hpp
   platform/Bytes.hpp
   platform/Export.hpp
+  platform/JSONError.hpp
   platform/TaskCancellation.hpp
   platform/ThreadSafety.hpp
   platform/Turn.hpp
@@ -53,6 +54,20 @@ set(TOLVA_PUBLIC_HEADERS
   preview/PreviewHelpers.hpp
   preview/PreviewTreeNode.hpp
   preview/StructuredCellPreview.hpp
+  snapshots/BaselineSelection.hpp
+  snapshots/ComparisonLimits.hpp
+  snapshots/DatabaseDiffService.hpp
+  snapshots/DifferenceCell.hpp
+  snapshots/DifferenceRow.hpp
+  snapshots/DifferenceSummary.hpp
+  snapshots/PreparedSnapshotComparison.hpp
+  snapshots/Snapshot.hpp
+  snapshots/SnapshotEstimate.hpp
+  snapshots/SnapshotLease.hpp
+  snapshots/SnapshotLimits.hpp
+  snapshots/SnapshotProgress.hpp
+  snapshots/SnapshotService.hpp
+  snapshots/TableDifference.hpp
   transfer/CSVOptions.hpp
   transfer/CSVStream.hpp
   transfer/DelimitedParser.hpp
@@ -74,7 +89,7 @@ add_library(Tolva::tolva ALIAS tolva)
 set_target_properties(tolva PROPERTIES
   VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} LINKER_LANGUAGE CXX
   LINK_DEPENDS "${PROJECT_SOURCE_DIR}/cmake/tolva.map"
-  LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tolva_platform,tolva_core,tolva_preview,tolva_query,tolva_transfer")
+  LINK_LIBRARY_OVERRIDE "WHOLE_ARCHIVE,tolva_platform,tolva_core,tolva_preview,tolva_query,tolva_transfer,tolva_snapshots")
 target_compile_features(tolva INTERFACE cxx_std_20)
 # The headers name each other by room, so both folders are needed.
 target_include_directories(tolva INTERFACE
@@ -82,4 +97,4 @@ target_include_directories(tolva INTERFACE
   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolva>)
 # SQLite keeps pointers into the library for the life of the process, so it is never unloaded.
 target_link_options(tolva PRIVATE "LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/tolva.map" "LINKER:-z,nodelete")
-target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_transfer tolva_query tolva_preview tolva_core tolva_platform)
+target_link_libraries(tolva PUBLIC Threads::Threads PRIVATE tolva_options tolva_snapshots tolva_transfer tolva_query tolva_preview tolva_core tolva_platform)

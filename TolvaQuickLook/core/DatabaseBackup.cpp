@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "core/DatabaseError.hpp"
+#include "core/OnlineBackup.hpp"
 #include "core/OpenDatabases.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
@@ -76,15 +77,12 @@ class NoWaiting {
   std::optional<int> const before_;  // milliseconds
 };
 
-void copyPages(SQLiteConnection& source, SQLiteConnection const& copy, std::stop_token const& task) {
+void copyPages(SQLiteConnection& source, SQLiteConnection& copy, std::stop_token const& task) {
   NoWaiting const scope(source);
-  sqlite3_backup* const backup = sqlite3_backup_init(copy.handle(), "main", source.handle(), "main");
-  if (!backup) throw copy.error(sqlite3_errcode(copy.handle()));
+  OnlineBackup backup(source, copy);
   int stepped = SQLITE_OK;
-  while (stepped == SQLITE_OK) {
-    stepped = task.stop_requested() ? SQLITE_INTERRUPT : sqlite3_backup_step(backup, pagesPerStep);
-  }
-  int const finished = sqlite3_backup_finish(backup);
+  while (stepped == SQLITE_OK) stepped = task.stop_requested() ? SQLITE_INTERRUPT : backup.step(pagesPerStep);
+  int const finished = backup.finish();
   if (stepped != SQLITE_DONE) throw failureOf(source, stepped);
   if (finished != SQLITE_OK) throw failureOf(source, finished);
 }

@@ -3,10 +3,12 @@
 
 #include <stdexcept>
 
+#include "platform/Export.hpp"
+
 namespace tolva {
 
 /// What reading, writing or decoding JSON fails with. A value; `what()` is a sentence for a person.
-struct JSONError : std::runtime_error {
+struct TOLVA_EXPORT JSONError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 

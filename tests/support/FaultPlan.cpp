@@ -45,9 +45,15 @@ bool isBelow(int descriptor) {
 bool isBelow(CallPlace place) { return place.path[0] == '/' ? isBelow(place.path) : isBelow(place.folder); }
 
 /// Counts a call below the folder, and fails or kills it if it is the one.
-bool harms(char const* call, bool removal) {
+bool harms(char const* call, int descriptor, bool removal) {
   long const number = counted.fetch_add(1) + 1;
   if (number <= static_cast<long>(names.size())) names[static_cast<std::size_t>(number - 1)] = call;
+  if (plan.watch) {
+    int const error = errno;
+    (*plan.watch)(call, descriptor);
+    errno = error;
+    return false;
+  }
   if (plan.at == 0 || number < plan.at || (number > plan.at && !plan.lasting)) return false;
   if (plan.before) {
     int const error = errno;
@@ -69,12 +75,12 @@ enum class Kind { change, removal, read };
 /// Asks `where` for its place only while a plan for such calls is armed, and leaves `errno` alone unless the call is to
 /// fail.
 template <class Where>
-bool ask(char const* call, Kind kind, Where&& where) {
+bool ask(char const* call, Kind kind, Where&& where, int descriptor = -1) {
   if (!armed.load(std::memory_order_acquire) || plan.reads != (kind == Kind::read)) return false;
   int const before = errno;
   bool const below = where();
   errno = before;
-  return below && harms(call, kind == Kind::removal);
+  return below && harms(call, descriptor, kind == Kind::removal);
 }
 
 }  // namespace
@@ -103,7 +109,8 @@ std::string trace() {
 }
 
 bool strikes(char const* call, int descriptor) noexcept {
-  return ask(call, Kind::change, [&] { return isBelow(descriptor); });
+  return ask(
+      call, Kind::change, [&] { return isBelow(descriptor); }, descriptor);
 }
 
 bool strikes(char const* call, CallPlace place) noexcept {

@@ -14,6 +14,9 @@ struct Fault {
   bool reads = false;                             // whether the calls that read are counted, and only those
   bool empty = false;                             // whether a `write` does nothing and returns 0 instead of failing
   std::function<void()> const* before = nullptr;  // if set, done before the call, which is left unharmed; never throws
+
+  /// If set, told of every counted call before it is done, with its descriptor or -1; none is harmed. Never throws.
+  std::function<void(char const* call, int descriptor)> const* watch = nullptr;
 };
 
 /// Where a call acts: at an open folder, AT_FDCWD included, and a path.

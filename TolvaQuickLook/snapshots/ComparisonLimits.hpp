@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+
+namespace tolva {
+
+/// The bounds of a comparison. A value.
+struct ComparisonLimits {
+  std::int64_t storagePages = 16'384;  // of 4,096 bytes, for the keys of all rows that differ
+  double tableSeconds = 60.0;          // for one table; all of them have five minutes
+};
+
+}  // namespace tolva

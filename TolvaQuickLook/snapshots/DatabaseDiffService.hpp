@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include "core/CancellationHandle.hpp"
+#include "core/DatabaseError.hpp"
+#include "platform/Export.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "platform/Turn.hpp"
+#include "snapshots/ComparisonLimits.hpp"
+#include "snapshots/DifferenceCell.hpp"
+#include "snapshots/DifferenceRow.hpp"
+#include "snapshots/DifferenceSummary.hpp"
+#include "snapshots/SnapshotLease.hpp"
+#include "snapshots/TableDifference.hpp"
+
+namespace tolva {
+
+/// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may not
+/// call the service. What it throws ends the comparison as a failure does. May be empty.
+using ComparisonProgress = std::function<void(std::string const& name)>;
+
+/// Compares two snapshots of one database row by row, and shows the rows that differ.
+///
+/// Rows are matched by the declared primary key alone; a table without one on which SQLite can be relied is told as not
+/// compared, never compared by approximation. Values are compared by their bytes and storage class: 1 and 1.0 differ,
+/// and so do texts that a collation holds for equal. Memory stays flat: the keys of the rows that differ go to a result
+/// store in a private temporary folder, and their values are read from the snapshots when they are asked for.
+///
+/// A serial service: each operation waits for its turn and blocks until it is done, so call it from a worker thread.
+/// `cancellation()->cancel()`, from any thread, stops the statement that runs. All operations throw `DatabaseError` and
+/// `TaskCancelled`.
+class TOLVA_EXPORT DatabaseDiffService {
+ public:
+  explicit DatabaseDiffService(ComparisonLimits limits = {});
+  ~DatabaseDiffService();
+  DatabaseDiffService(DatabaseDiffService const&) = delete;
+  DatabaseDiffService& operator=(DatabaseDiffService const&) = delete;
+
+  /// The handle of the connection that compares.
+  std::shared_ptr<CancellationHandle> const& cancellation() const { return cancellation_; }
+
+  /// Compares all schema objects and returns those that differ, with every table whose definition is the same, in
+  /// ascending order of their ids. The former result is closed first.
+  ///
+  /// One comparison runs at a time in the process; a second one fails at once. A table that cannot be compared, that
+  /// takes too long or has too many differences for the store is told as "Not compared", and the others still are. A
+  /// comparison of more than five minutes fails as a whole, and so does one of more than 4,096 schema objects, of a
+  /// definition of more than 64 KiB or of more than 4 MiB of them.
+  ///
+  /// The result holds both leases until `close`.
+  std::vector<TableDifference> compare(std::shared_ptr<SnapshotLease const> const& before,
+                                       std::shared_ptr<SnapshotLease const> const& after,
+                                       ComparisonProgress const& progress, std::stop_token task);
+
+  // The result -------------------------------------------------------------------------------------
+  // Of the tables that were compared, named by `TableDifference::id`.
+
+  /// Rows that differ, in the order of their ids, behind the id `after`, 0 for the first: `limit` of them, at least 1
+  /// and at most 100.
+  std::vector<DifferenceRow> rows(std::string const& tableID, std::int64_t after, std::int64_t limit,
+                                  std::stop_token task);
+
+  /// Both sides of one of them, a cell for each column of the table in its order.
+  std::vector<DifferenceCell> cells(std::string const& tableID, std::int64_t rowID, std::stop_token task);
+
+  /// Forgets the result and lets the snapshots go. Never throws.
+  void close();
+
+ private:
+  class Result;  // the store of one comparison, with its leases
+
+  TurnQueue turns_;
+  ComparisonLimits const limits_;
+  std::shared_ptr<CancellationHandle> const cancellation_;
+  std::unique_ptr<Result> result_ GUARDED_BY(turns_);
+};
+
+}  // namespace tolva

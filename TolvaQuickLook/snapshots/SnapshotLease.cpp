@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "snapshots/SnapshotLease.hpp"
+
+#include <utility>
+
+#include "snapshots/StoreLock.hpp"
+
+namespace tolva {
+
+SnapshotLease::SnapshotLease(Snapshot record, std::filesystem::path database, std::int32_t lock)
+    : snapshot(std::move(record)), databaseURL(std::move(database)), descriptor(lock) {}
+
+SnapshotLease::~SnapshotLease() { StoreLock::unlockAndClose(descriptor); }
+
+}  // namespace tolva
