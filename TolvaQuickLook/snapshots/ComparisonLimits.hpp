@@ -8,7 +8,8 @@ namespace tolva {
 /// The bounds of a comparison. A value.
 struct ComparisonLimits {
   std::int64_t storagePages = 16'384;  // of 4,096 bytes, for the keys of all rows that differ
-  double tableSeconds = 60.0;          // for one table; all of them have five minutes
+  double tableSeconds = 60.0;          // for one table
+  double totalSeconds = 300.0;         // for all of them
 };
 
 }  // namespace tolva
