@@ -32,6 +32,12 @@ std::filesystem::path newFolder() try {
   throw DatabaseError(sqlite3_errstr(SQLITE_CANTOPEN), SQLITE_CANTOPEN);
 }
 
+/// Nothing was ever stored in it, so any encoding suits it.
+bool isEmpty(SnapshotLease const& lease) {
+  std::error_code error;
+  return std::filesystem::file_size(lease.databaseURL, error) == 0;
+}
+
 /// As the snapshot tells it: "UTF-8", "UTF-16le" or "UTF-16be".
 std::string encodingOf(SnapshotLease const& lease, std::shared_ptr<CancellationHandle> const& cancellation,
                        Uptime deadline, std::stop_token const& task) {
@@ -84,7 +90,7 @@ ComparisonStore::ComparisonStore(std::shared_ptr<SnapshotLease const> before,
                                  std::shared_ptr<CancellationHandle> const& cancellation, Uptime deadline,
                                  std::stop_token task)
     : before_(std::move(before)), after_(std::move(after)) {
-  std::string const encoding = encodingOf(*before_, cancellation, deadline, task);
+  std::string const encoding = encodingOf(isEmpty(*before_) ? *after_ : *before_, cancellation, deadline, task);
   connection_ = SQLiteConnection::open(folder_.path / "results.sqlite",
                                        {.readOnly = false, .create = true, .allowURI = true}, cancellation);
   ComparisonBudget const budget(connection_->handle(), deadline, std::move(task));

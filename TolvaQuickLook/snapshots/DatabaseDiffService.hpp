@@ -71,7 +71,7 @@ class TOLVA_EXPORT DatabaseDiffService {
   // Of the tables that were compared, named by `TableDifference::id`.
 
   /// Rows that differ, in the order of their ids, behind the id `after`, 0 for the first: `limit` of them, at least 1
-  /// and at most 100. Fails after ten seconds, as `cells` does.
+  /// and at most 100. Fails after the seconds for reading, as `cells` does.
   std::vector<DifferenceRow> rows(std::string const& tableID, std::int64_t after, std::int64_t limit,
                                   std::stop_token task);
 

@@ -24,13 +24,15 @@ constexpr Limit schemaBytes{4'194'304, "Schema exceeds the 4 MiB comparison budg
 
 enum Column { nameColumn, typeColumn, sqlColumn };
 
-/// The bytes of a text in the encoding of its database. Asked for before anything else is, which would convert it.
+/// The bytes of a text in the encoding of its database, which a repair would change; of anything else nothing. Asked
+/// for before the text itself is, which converts it.
 std::string storedBytes(SQLiteStatement const& row, int column, bool isUTF8) {
-  auto const* const bytes = static_cast<char const*>(sqlite3_column_blob(row.handle(), column));
-  if (!bytes) return {};
-  int const size = isUTF8 ? sqlite3_column_bytes(row.handle(), column) : sqlite3_column_bytes16(row.handle(), column);
-  if (!MemoryBudget::keep(size)) throw DatabaseError(sqlite3_errstr(SQLITE_NOMEM), SQLITE_NOMEM);
-  return {bytes, static_cast<std::size_t>(size)};
+  sqlite3_stmt* const handle = row.handle();
+  if (sqlite3_column_type(handle, column) != SQLITE_TEXT) return {};
+  void const* const bytes = isUTF8 ? sqlite3_column_text(handle, column) : sqlite3_column_text16(handle, column);
+  int const size = isUTF8 ? sqlite3_column_bytes(handle, column) : sqlite3_column_bytes16(handle, column);
+  if (!bytes || !MemoryBudget::keep(size)) throw row.connection()->error(SQLITE_NOMEM);
+  return {static_cast<char const*>(bytes), static_cast<std::size_t>(size)};
 }
 
 std::string requiredText(SQLiteStatement const& row, int column) {

@@ -21,9 +21,6 @@
 namespace tolva {
 namespace {
 
-using namespace std::chrono_literals;
-
-constexpr auto readingTime = 10s;                // for a page of rows, or the cells of one
 constexpr std::size_t longestExplanation = 600;  // characters
 
 // Time -----------------------------------------------------------------------------------------------
@@ -93,19 +90,32 @@ void requireDistinct(std::vector<std::string> const& columns) {
 
 // Rows -----------------------------------------------------------------------------------------------
 
-/// The result of `call`, which reads from the store.
-template <class Call>
-auto read(SQLiteConnection const& connection, std::stop_token const& task, Call const& call) {
-  Uptime const deadline = uptime() + readingTime;
-  try {
-    ComparisonBudget const budget(connection.handle(), deadline, task);
-    return call();
-  } catch (DatabaseError const& error) {
-    checkCancellation(task);
-    if (error.isCancellation() && uptime() >= deadline) throw DatabaseError("Reading the comparison took too long.");
-    throw;
+/// The reading of a result under way: it ends at its deadline and with its task.
+class Reading {
+ public:
+  Reading(SQLiteConnection const& connection, double seconds, std::stop_token const& task)
+      : task_(task), deadline_(deadlineIn(seconds)), budget_(connection.handle(), deadline_, task) {}
+
+  bool step(SQLiteStatement& row) const {
+    check();
+    try {
+      return row.step();
+    } catch (DatabaseError const& error) {
+      if (error.isCancellation()) check();
+      throw;
+    }
   }
-}
+
+ private:
+  void check() const {
+    checkCancellation(task_);
+    if (uptime() >= deadline_) throw DatabaseError("Reading the comparison took too long.");
+  }
+
+  std::stop_token const& task_;
+  Uptime const deadline_;
+  ComparisonBudget const budget_;
+};
 
 std::string kindOf(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
 
@@ -230,36 +240,31 @@ ComparisonPlan SnapshotComparison::makePlan(std::string const& table, std::strin
 std::vector<DifferenceRow> SnapshotComparison::rows(std::string const& tableID, std::int64_t after, std::int64_t limit,
                                                     std::stop_token const& task) const {
   ComparisonPlan const& plan = plans_.at(tableID);
-  SQLiteConnection& connection = store_->connection();
-  return read(connection, task, [&] {
-    std::int64_t const most = std::clamp<std::int64_t>(limit, 1, 100);
-    SQLiteStatement row = connection.prepare(ComparisonSQL::page(plan), {after, most});
-    std::vector<DifferenceRow> rows;
-    while (row.step()) {
-      checkCancellation(task);
-      SQLiteValue const id = row.value(0, /*full=*/false);
-      if (!id.asInteger()) continue;
-      std::string const kind = kindOf(row, 1);
-      int const first = kind == "Inserted" ? 2 + static_cast<int>(plan.identity.columns.size()) : 2;
-      rows.push_back({.id = *id.asInteger(), .kind = kind, .identity = identityText(row, plan.identity, first)});
-    }
-    return rows;
-  });
+  Reading const reading(store_->connection(), limits_.readingSeconds, task);
+  std::int64_t const most = std::clamp<std::int64_t>(limit, 1, 100);
+  SQLiteStatement row = store_->connection().prepare(ComparisonSQL::page(plan), {after, most});
+  std::vector<DifferenceRow> rows;
+  while (reading.step(row)) {
+    SQLiteValue const id = row.value(0, /*full=*/false);
+    if (!id.asInteger()) continue;
+    std::string const kind = kindOf(row, 1);
+    int const first = kind == "Inserted" ? 2 + static_cast<int>(plan.identity.columns.size()) : 2;
+    rows.push_back({.id = *id.asInteger(), .kind = kind, .identity = identityText(row, plan.identity, first)});
+  }
+  return rows;
 }
 
 std::vector<DifferenceCell> SnapshotComparison::cells(std::string const& tableID, std::int64_t rowID,
                                                       std::stop_token const& task) const {
   ComparisonPlan const& plan = plans_.at(tableID);
-  SQLiteConnection& connection = store_->connection();
-  return read(connection, task, [&] {
-    SQLiteStatement row = connection.prepare(ComparisonSQL::cells(plan), {rowID});
-    bool const isThere = row.step();
-    CellsRow const found{row, plan.identity};
-    if (!isThere || !found.isWhole()) throw DatabaseError("This comparison row is no longer available.");
-    std::vector<DifferenceCell> cells;
-    for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
-    return cells;
-  });
+  Reading const reading(store_->connection(), limits_.readingSeconds, task);
+  SQLiteStatement row = store_->connection().prepare(ComparisonSQL::cells(plan), {rowID});
+  bool const isThere = reading.step(row);
+  CellsRow const found{row, plan.identity};
+  if (!isThere || !found.isWhole()) throw DatabaseError("This comparison row is no longer available.");
+  std::vector<DifferenceCell> cells;
+  for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
+  return cells;
 }
 
 }  // namespace tolva

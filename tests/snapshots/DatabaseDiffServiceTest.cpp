@@ -204,7 +204,42 @@ TEST(DatabaseDiffService, ReadsNothingForACancelledTask) {
   std::stop_source task;
   task.request_stop();
   EXPECT_THROW(scene.service.rows("table:t", 0, 1, task.get_token()), TaskCancelled);
-  scene.cells(1);
+  EXPECT_THROW(scene.service.cells("table:t", 1, task.get_token()), TaskCancelled);
+  EXPECT_EQ(scene.cells(1).size(), 3U);
+}
+
+TEST(DatabaseDiffService, ReadsForALimitedTime) {
+  ComparisonScene scene;
+  DatabaseDiffService service({.readingSeconds = 0});
+  Lease const before = scene.snapshot("before.db", table);
+  Lease const after = scene.snapshot("after.db", std::string(table) + "INSERT INTO t VALUES (1, 1, 1)");
+  service.compare(before, after, {}, noTask);
+  DatabaseError const late("Reading the comparison took too long.");
+  EXPECT_EQ(failureOf([&] { service.rows("table:t", 0, 1, noTask); }), late);
+  EXPECT_EQ(failureOf([&] { service.cells("table:t", 1, noTask); }), late);
+}
+
+TEST(DatabaseDiffService, TellsARowThatASnapshotDoesNotGiveAgain) {
+  ComparisonScene scene;
+  // The index holds all keys in the opposite order, so that they are read and not found.
+  std::string const sql = "CREATE TABLE t(k TEXT NOT NULL PRIMARY KEY, a);";
+  std::string const damaged =
+      "INSERT INTO t VALUES ('a', 1), ('b', 2), ('c', 3); CREATE TABLE u(k TEXT NOT NULL UNIQUE, a);"
+      "CREATE INDEX i ON u(k DESC); INSERT INTO u SELECT * FROM t; PRAGMA writable_schema=ON;"
+      "UPDATE sqlite_schema SET rootpage = (SELECT rootpage FROM sqlite_schema WHERE name = 'i')"
+      " WHERE name = 'sqlite_autoindex_t_1'; DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
+  auto const differences = scene.compare(sql, sql + damaged);
+  ASSERT_EQ(summaryOf(differences), "table:t Compared 3 0 0\n");
+  int found = 0;
+  for (DifferenceRow const& row : scene.rows()) {
+    try {
+      EXPECT_EQ(row.identity, "k=" + scene.cells(row.id)[0].after.value_or(""));
+      ++found;
+    } catch (DatabaseError const& error) {
+      EXPECT_EQ(error, DatabaseError("This comparison row is no longer available."));
+    }
+  }
+  EXPECT_EQ(found, 1);
 }
 
 // What is refused --------------------------------------------------------------------------------------
