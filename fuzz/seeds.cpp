@@ -71,7 +71,7 @@ void writePairs(path const& folder) {
             plain + "('X', 1), ('y', 2.5); DELETE FROM a WHERE id = 1");
   std::string const wide =
       "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE w(a, b COLLATE NOCASE, PRIMARY KEY (b, a)) "
-      "WITHOUT ROWID; CREATE TABLE s(k ANY PRIMARY KEY, g AS (hex(k))) STRICT; INSERT INTO s VALUES (1); ";
+      "WITHOUT ROWID; CREATE TABLE s(k ANY PRIMARY KEY, g TEXT AS (hex(k))) STRICT; INSERT INTO s VALUES (1); ";
   writePair(folder, "wide", wide + "INSERT INTO w VALUES (1, 'gr\u00fc\u00dfe')",
             wide + "INSERT INTO w VALUES (1, 'GR\u00fc')");
 }

@@ -136,12 +136,19 @@ struct CellsRow {
   bool hasOlder() const { return kind != "Inserted"; }
   bool hasNewer() const { return kind != "Deleted"; }
 
-  /// In a damaged snapshot a row may not be found again by its key, which is never NULL.
-  bool isWhole() const {
-    auto const key = std::ranges::find(identity.allColumns, identity.columns.front());
-    int const at = 1 + static_cast<int>(key - identity.allColumns.begin());
-    auto const isThere = [&](int column) { return sqlite3_column_type(row.handle(), column) != SQLITE_NULL; };
-    return (!hasOlder() || isThere(at)) && (!hasNewer() || isThere(at + count));
+  /// Whether each side has the key that is `stored`. A damaged snapshot may give another row for it, or none.
+  bool hasKeyOf(SQLiteStatement const& stored) const {
+    int const keys = static_cast<int>(identity.columns.size());
+    for (int key = 0; key < keys; ++key) {
+      int const column = 1 + placeOf(identity.columns[static_cast<std::size_t>(key)]);
+      if (hasOlder() && stored.value(2 + key, /*full=*/true) != row.value(column, /*full=*/true)) return false;
+      if (hasNewer() && stored.value(2 + keys + key, true) != row.value(column + count, true)) return false;
+    }
+    return true;
+  }
+
+  int placeOf(std::string const& name) const {
+    return static_cast<int>(std::ranges::find(identity.allColumns, name) - identity.allColumns.begin());
   }
 
   DifferenceCell cell(int column) const {
@@ -259,9 +266,11 @@ std::vector<DifferenceCell> SnapshotComparison::cells(std::string const& tableID
   ComparisonPlan const& plan = plans_.at(tableID);
   Reading const reading(store_->connection(), limits_.readingSeconds, task);
   SQLiteStatement row = store_->connection().prepare(ComparisonSQL::cells(plan), {rowID});
-  bool const isThere = reading.step(row);
+  std::int64_t const before = std::max<std::int64_t>(rowID, 1) - 1;  // ids begin with 1
+  SQLiteStatement stored = store_->connection().prepare(ComparisonSQL::page(plan), {before, 1});
+  bool const isThere = reading.step(row) && reading.step(stored);
   CellsRow const found{row, plan.identity};
-  if (!isThere || !found.isWhole()) throw DatabaseError("This comparison row is no longer available.");
+  if (!isThere || !found.hasKeyOf(stored)) throw DatabaseError("This comparison row is no longer available.");
   std::vector<DifferenceCell> cells;
   for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
   return cells;

@@ -230,16 +230,16 @@ TEST(DatabaseDiffService, TellsARowThatASnapshotDoesNotGiveAgain) {
       " WHERE name = 'sqlite_autoindex_t_1'; DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
   auto const differences = scene.compare(sql, sql + damaged);
   ASSERT_EQ(summaryOf(differences), "table:t Compared 3 0 0\n");
-  int found = 0;
+  int gone = 0;
   for (DifferenceRow const& row : scene.rows()) {
     try {
       EXPECT_EQ(row.identity, "k=" + scene.cells(row.id)[0].after.value_or(""));
-      ++found;
     } catch (DatabaseError const& error) {
+      ++gone;
       EXPECT_EQ(error, DatabaseError("This comparison row is no longer available."));
     }
   }
-  EXPECT_EQ(found, 1);
+  EXPECT_GT(gone, 0);
 }
 
 // What is refused --------------------------------------------------------------------------------------
