@@ -24,8 +24,8 @@ namespace tolva {
 
 class SnapshotComparison;
 
-/// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may not
-/// call the service. What it throws ends the comparison as a failure does. May be empty.
+/// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may
+/// not call the service. What it throws ends the comparison as a failure does. May be empty.
 using ComparisonProgress = std::function<void(std::string const& name)>;
 
 /// Compares two snapshots of one database row by row, and shows the rows that differ.
@@ -35,9 +35,9 @@ using ComparisonProgress = std::function<void(std::string const& name)>;
 /// and so do texts that a collation holds for equal. Memory stays flat: the keys of the rows that differ go to a result
 /// store in a private temporary folder, and their values are read from the snapshots when they are asked for.
 ///
-/// A damaged snapshot may give wrong rows. What can be told at little cost is refused as damage: an index of the primary
-/// key that holds more or fewer rows than its table, and a NULL in a key that differs. An index that holds other keys
-/// than its table is not noticed.
+/// A damaged snapshot may give wrong rows. What can be told at little cost is refused as damage: an index of the
+/// primary key that holds more or fewer rows than its table, and a NULL in a key that differs. An index that holds
+/// other keys than its table is not noticed.
 ///
 /// A serial service: each operation waits for its turn and blocks until it is done, so call it from a worker thread.
 /// `cancellation()->cancel()`, from any thread, stops the statement that runs. All operations throw `DatabaseError` and

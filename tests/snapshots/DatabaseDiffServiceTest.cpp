@@ -357,6 +357,16 @@ TEST(DatabaseDiffService, RefusesSnapshotsOfDifferentEncodings) {
   EXPECT_TRUE(scene.left().empty());
 }
 
+TEST(DatabaseDiffService, TakesAnEmptyFileInAnyEncoding) {
+  ComparisonScene scene;
+  for (char const* encoding : {"UTF-8", "UTF-16le", "UTF-16be"}) {
+    std::string const sql = "PRAGMA encoding='" + std::string(encoding) + "'; CREATE TABLE t(a)";
+    EXPECT_EQ(summaryOf(scene.compare("", sql)), "table:t Added 0 0 0\n") << encoding;
+    EXPECT_EQ(summaryOf(scene.compare(sql, "")), "table:t Removed 0 0 0\n") << encoding;
+  }
+  EXPECT_EQ(summaryOf(scene.compare("", "")), "");
+}
+
 // Its folder and its leases ----------------------------------------------------------------------------
 
 TEST(DatabaseDiffService, KeepsItsStoreInAPrivateFolderUntilItIsClosed) {

@@ -233,6 +233,21 @@ TEST(TableComparison, TellsATableThatTakesTooLong) {
   EXPECT_EQ(rowsAsText(left[0] / "results.sqlite", "SELECT count(*) FROM sqlite_schema"), "0");
 }
 
+TEST(TableComparison, TellsTheTaskBeforeTheTimeAndTheTimeBeforeTheRoom) {
+  ComparisonScene scene;
+  Lease const before = scene.snapshot("before.db", table);
+  Lease const after = scene.snapshot("after.db", table);
+  DatabaseDiffService service({.storagePages = 1, .tableSeconds = 0});
+  EXPECT_EQ(service.compare(before, after, {}, noTask)[0].explanation,
+            "Table comparison exceeded its time budget; no row counts were retained.");
+  std::stop_source task;
+  auto const stop = [&](std::string const&) { task.request_stop(); };
+  EXPECT_THROW(service.compare(before, after, stop, task.get_token()), TaskCancelled);
+  DatabaseDiffService patient({.storagePages = 1});
+  EXPECT_EQ(patient.compare(before, after, {}, noTask)[0].explanation,
+            "Comparison result storage reached its 64 MiB budget or the disk is full; rows were not compared.");
+}
+
 TEST(TableComparison, StopsAStatementAtTheDeadline) {
   ComparisonScene scene;
   // Far more rows than are compared in that time.
