@@ -10,22 +10,31 @@
 
 namespace tolva {
 
-/// What the statements on a result store may take, for a scope: memory, and time until a deadline. It holds for those
-/// that are prepared and for schemas that are parsed again as well. What runs over the time fails as cancelled.
+/// How long the statements on a result store may take, for a scope: what runs over a deadline fails as cancelled. It
+/// holds for statements that are prepared and for schemas that are parsed again as well.
 ///
 /// In the turn of the connection's service, and ends before the connection does.
-class ComparisonBudget {
+class ComparisonTime {
  public:
-  ComparisonBudget(sqlite3* handle, Uptime deadline, std::stop_token task)
+  ComparisonTime(sqlite3* handle, Uptime deadline, std::stop_token task)
       : time_(handle, deadline, period, DeadlineTest::reached, std::move(task)),
         watch_(handle, deadline, {"older", "newer"}) {}
 
  private:
   static constexpr int period = 1000;  // operations of SQLite's virtual machine
 
-  MemoryBudget const memory_{MemoryBudget::ordinary};
   ProgressDeadline const time_;
   DeadlineInterrupt const watch_;
+};
+
+/// The same with a bound for memory, for whatever may parse a schema.
+class ComparisonBudget {
+ public:
+  ComparisonBudget(sqlite3* handle, Uptime deadline, std::stop_token task) : time_(handle, deadline, std::move(task)) {}
+
+ private:
+  MemoryBudget const memory_{MemoryBudget::ordinary};
+  ComparisonTime const time_;
 };
 
 }  // namespace tolva

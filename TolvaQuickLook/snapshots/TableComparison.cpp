@@ -127,7 +127,8 @@ RowCounts compareTable(SQLiteConnection& connection, ComparisonPlan const& plan,
                        std::stop_token task) {
   Run const run{connection, plan, deadline, task};
   try {
-    ComparisonBudget const budget(connection.handle(), deadline, task);
+    // The schemas are parsed by now, and a bound for memory would be charged for each text that is compared.
+    ComparisonTime const time(connection.handle(), deadline, task);
     return run.fill();
   } catch (...) {
     run.undo();
