@@ -139,7 +139,7 @@ TEST(DatabaseDiffService, KeepsApartObjectsThatLookAlike) {
 TEST(DatabaseDiffService, SeesThatDefinitionsDifferInBytesThatAreShownAlike) {
   ComparisonScene scene;
   auto const differences = scene.compare("CREATE VIEW v AS SELECT '\xff'", "CREATE VIEW v AS SELECT '\xfe'");
-  EXPECT_EQ(summaryOf(differences), "view:v Schema changed 0 0 0\n");
+  ASSERT_EQ(summaryOf(differences), "view:v Schema changed 0 0 0\n");
   EXPECT_EQ(differences[0].beforeSQL, differences[0].afterSQL);
 }
 
