@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -44,6 +45,35 @@ void writeDatabases(path const& folder) {
   writeDatabase(folder, "wide",
                 "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE \"gr\u00fc\u00dfe\"(a)");
   writeDatabase(folder, "search", "PRAGMA page_size = 1024; CREATE VIRTUAL TABLE f USING fts5(a)");
+}
+
+std::string bytesOf(path const& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+/// Two databases behind the length of the first.
+void writePair(path const& folder, std::string const& name, std::string const& before, std::string const& after) {
+  writeDatabase(folder, "before", before.c_str());
+  writeDatabase(folder, "after", after.c_str());
+  std::string const first = bytesOf(folder / "before");
+  std::string const length{static_cast<char>(first.size() % 256), static_cast<char>(first.size() / 256)};
+  writeText(folder, name, length + first + bytesOf(folder / "after"));
+  std::filesystem::remove(folder / "before");
+  std::filesystem::remove(folder / "after");
+}
+
+void writePairs(path const& folder) {
+  std::string const plain =
+      "PRAGMA page_size = 512; CREATE TABLE a(id INTEGER PRIMARY KEY, b); CREATE TABLE c(k TEXT PRIMARY KEY NOT NULL, "
+      "d); CREATE VIEW v AS SELECT b FROM a; INSERT INTO a(b) VALUES ('one'), (2), (x'03'); INSERT INTO c VALUES ";
+  writePair(folder, "plain", plain + "('x', 1), ('y', NULL)",
+            plain + "('X', 1), ('y', 2.5); DELETE FROM a WHERE id = 1");
+  std::string const wide =
+      "PRAGMA encoding = 'UTF-16'; PRAGMA page_size = 512; CREATE TABLE w(a, b COLLATE NOCASE, PRIMARY KEY (b, a)) "
+      "WITHOUT ROWID; CREATE TABLE s(k ANY PRIMARY KEY, g TEXT AS (hex(k))) STRICT; INSERT INTO s VALUES (1); ";
+  writePair(folder, "wide", wide + "INSERT INTO w VALUES (1, 'gr\u00fc\u00dfe')",
+            wide + "INSERT INTO w VALUES (1, 'GR\u00fc')");
 }
 
 /// A delimiter, an encoding, three limits and the size of a read stand before each text.
@@ -126,6 +156,7 @@ int main(int count, char** arguments) {
   writeDatabases(root / "database");
   writeText(root / "browse", "filters", std::string_view("\0\1\2\3\4\5\6\7\10\11\12\13\14\15\16\17\20\21\22\23", 20));
   writeText(root / "browse", "sorted", std::string_view("\2\0\1\0\3\0", 6));
+  writePairs(root / "compare");
   writeDelimited(root / "csv");
   writeText(root / "json", "object", R"({"a":[1,2.5,-0,1e9,true,null,"\u00e9\/\n"],"a":{"b":""}})");
   writeText(root / "json", "value", R"({"blob":{"_0":"AAEC"}})");

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -19,7 +20,7 @@ constexpr std::chrono::milliseconds repetition{20};
 
 constexpr std::int64_t smallFile = std::int64_t{1} << 20;
 
-bool isLarge(char const* file) {
+bool isLargeFile(char const* file) {
   struct stat found;
   return stat(file, &found) == 0 && found.st_size > smallFile;
 }
@@ -36,8 +37,9 @@ void interruptFrom(std::stop_token const& ended, sqlite3* handle, Uptime deadlin
 
 }  // namespace
 
-DeadlineInterrupt::DeadlineInterrupt(sqlite3* handle, Uptime deadline) {
-  if (!mayHoldLargeValues(handle)) return;
+DeadlineInterrupt::DeadlineInterrupt(sqlite3* handle, Uptime deadline, std::initializer_list<char const*> databases) {
+  auto const isLarge = [&](char const* name) { return mayHoldLargeValues(handle, name); };
+  if (std::ranges::none_of(databases, isLarge)) return;
   try {
     watch_ = std::jthread(interruptFrom, handle, deadline);
   } catch (std::system_error const&) {
@@ -47,10 +49,10 @@ DeadlineInterrupt::DeadlineInterrupt(sqlite3* handle, Uptime deadline) {
 
 DeadlineInterrupt::~DeadlineInterrupt() = default;
 
-bool mayHoldLargeValues(sqlite3* handle) {
-  char const* const database = sqlite3_db_filename(handle, "main");
-  if (!database || !*database) return true;  // in memory
-  return isLarge(database) || isLarge(sqlite3_filename_wal(database));
+bool mayHoldLargeValues(sqlite3* handle, char const* name) {
+  char const* const database = sqlite3_db_filename(handle, name);
+  if (!database || !*database) return true;  // in memory, or not attached
+  return isLargeFile(database) || isLargeFile(sqlite3_filename_wal(database));
 }
 
 }  // namespace tolva

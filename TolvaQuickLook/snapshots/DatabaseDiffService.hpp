@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <stop_token>
 #include <string>
@@ -24,8 +22,10 @@
 
 namespace tolva {
 
-/// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may not
-/// call the service. What it throws ends the comparison as a failure does. May be empty.
+class SnapshotComparison;
+
+/// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may
+/// not call the service. What it throws ends the comparison as a failure does. May be empty.
 using ComparisonProgress = std::function<void(std::string const& name)>;
 
 /// Compares two snapshots of one database row by row, and shows the rows that differ.
@@ -34,6 +34,10 @@ using ComparisonProgress = std::function<void(std::string const& name)>;
 /// compared, never compared by approximation. Values are compared by their bytes and storage class: 1 and 1.0 differ,
 /// and so do texts that a collation holds for equal. Memory stays flat: the keys of the rows that differ go to a result
 /// store in a private temporary folder, and their values are read from the snapshots when they are asked for.
+///
+/// A damaged snapshot may give wrong rows. What can be told at little cost is refused as damage: an index of the
+/// primary key that holds more or fewer rows than its table, and a NULL in a key that differs. An index that holds
+/// other keys than its table is not noticed.
 ///
 /// A serial service: each operation waits for its turn and blocks until it is done, so call it from a worker thread.
 /// `cancellation()->cancel()`, from any thread, stops the statement that runs. All operations throw `DatabaseError` and
@@ -56,7 +60,9 @@ class TOLVA_EXPORT DatabaseDiffService {
   /// comparison of more than five minutes fails as a whole, and so does one of more than 4,096 schema objects, of a
   /// definition of more than 64 KiB or of more than 4 MiB of them.
   ///
-  /// The result holds both leases until `close`.
+  /// The two must be different snapshots of one history. The result holds both leases until `close`, or until the next
+  /// comparison or the end of the service; a comparison that fails leaves nothing. Of two tables that are shown by the
+  /// same name, since their names are no UTF-8, one is compared.
   std::vector<TableDifference> compare(std::shared_ptr<SnapshotLease const> const& before,
                                        std::shared_ptr<SnapshotLease const> const& after,
                                        ComparisonProgress const& progress, std::stop_token task);
@@ -65,7 +71,7 @@ class TOLVA_EXPORT DatabaseDiffService {
   // Of the tables that were compared, named by `TableDifference::id`.
 
   /// Rows that differ, in the order of their ids, behind the id `after`, 0 for the first: `limit` of them, at least 1
-  /// and at most 100.
+  /// and at most 100. Fails after the seconds for reading, as `cells` does.
   std::vector<DifferenceRow> rows(std::string const& tableID, std::int64_t after, std::int64_t limit,
                                   std::stop_token task);
 
@@ -76,12 +82,10 @@ class TOLVA_EXPORT DatabaseDiffService {
   void close();
 
  private:
-  class Result;  // the store of one comparison, with its leases
-
   TurnQueue turns_;
   ComparisonLimits const limits_;
   std::shared_ptr<CancellationHandle> const cancellation_;
-  std::unique_ptr<Result> result_ GUARDED_BY(turns_);
+  std::unique_ptr<SnapshotComparison> result_ GUARDED_BY(turns_);
 };
 
 }  // namespace tolva

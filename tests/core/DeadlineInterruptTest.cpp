@@ -86,5 +86,22 @@ TEST(DeadlineInterrupt, IsNeededFromAMegabyteOn) {
   EXPECT_TRUE(mayHoldLargeValues(inMemory()->handle())) << "no file bounds them";
 }
 
+TEST(DeadlineInterrupt, WatchesForTheDatabasesThatItIsGiven) {
+  TemporaryFolder const folder;
+  TemporaryDatabase const small(folder, "small.db", "CREATE TABLE t(a)");
+  TemporaryDatabase const large(folder, "large.db", "CREATE TABLE t(a); INSERT INTO t VALUES (zeroblob(2000000))");
+  auto const connection = SQLiteConnection::open(small.path(), {});
+  EXPECT_FALSE(mayHoldLargeValues(connection->handle(), "main"));
+  EXPECT_TRUE(mayHoldLargeValues(connection->handle(), "other")) << "it may be attached meanwhile";
+  connection->execute("ATTACH ? AS other", {large.path().string()});
+  EXPECT_TRUE(mayHoldLargeValues(connection->handle(), "other"));
+  {
+    DeadlineInterrupt const watch(connection->handle(), uptime() - 1s);
+    EXPECT_TRUE(connection->prepare(twoMillionRows).step());
+  }
+  DeadlineInterrupt const watch(connection->handle(), uptime() - 1s, {"main", "other"});
+  EXPECT_TRUE(failureOf([&] { connection->prepare(endless).step(); }).isCancellation());
+}
+
 }  // namespace
 }  // namespace tolva
