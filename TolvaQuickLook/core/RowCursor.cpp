@@ -41,7 +41,7 @@ RowCursor::RowCursor(SQLiteConnection& connection, BuiltQuery const& query, Tabl
 
 bool RowCursor::step() {
   bool const isRow = statement_.step();
-  if (!hasStepped_) requireColumns();  // only now is the statement surely compiled under the schema of today
+  if (!hasStepped_) requireColumnsAnew();  // only now is the statement surely compiled under the schema of today
   hasStepped_ = true;
   return isRow;
 }
@@ -61,6 +61,14 @@ SQLiteValue RowCursor::key(int column) const {
   bool const isValid = isReadAsStored(statement_, column);
   SQLiteValue value = statement_.value(column, identity_ == Identity::wholly);
   return isValid ? value : deferred(value);
+}
+
+/// The columns were found under the schema for which the statement is compiled, which SQLite counts.
+void RowCursor::requireColumnsAnew() {
+  int const compiled = sqlite3_stmt_status(statement_.handle(), SQLITE_STMTSTATUS_REPREPARE, /*resetFlg=*/0);
+  if (foundAt_ == compiled) return;
+  requireColumns();
+  foundAt_ = compiled;
 }
 
 /// A column bears its own name, a string the text that it was written as.

@@ -44,10 +44,12 @@ class RowCursor {
   /// whole blobs included.
   void restart(SQLiteStatement const& source);
 
-  /// Begins again with `parameters`, in another transaction perhaps: the columns are looked for anew.
+  /// Begins again with `parameters`, in another transaction perhaps: where the schema has changed meanwhile, the columns
+  /// are looked for anew.
   void restart(std::span<SQLiteValue const> parameters);
 
  private:
+  void requireColumnsAnew();
   SQLiteValue key(int column) const;
   bool hasColumn(std::string const& name) const;
 
@@ -57,6 +59,7 @@ class RowCursor {
   int const keys_;
   Identity const identity_;
   bool hasStepped_ = false;
+  int foundAt_ = -1;  // how often the statement had been compiled anew when its columns were found
 };
 
 /// A statement prepared within `MemoryBudget::ordinary`.

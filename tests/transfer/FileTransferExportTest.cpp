@@ -466,16 +466,19 @@ TEST(FileTransfer, NeverExportsTheRowidForAColumnThatIsGone) {
 }
 
 TEST(FileTransfer, NoticesThatAColumnGoesBetweenTwoSelectedRows) {
-  ExportScene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(id INTEGER PRIMARY KEY, a)" +
-                    inserting("t", "i, i", 600));
-  std::vector<DatabaseRow> const all = rowsOf(scene.database.path(), scene.schema);
-  auto const renameAt500 = [&](std::int64_t) { scene.database.run("ALTER TABLE t RENAME COLUMN a TO b"); };
-  EXPECT_EQ(failureOf([&] {
-              scene.transfer.exportRows(scene.database.path(), scene.schema, {.selected = all}, ExportFormat::csv,
-                                        scene.destination, renameAt500, noTask);
-            }),
-            DatabaseError("no such column: a"));
-  EXPECT_EQ(scene.content(), "(no out)");
+  for (std::string const name : {"a", "rowid"}) {
+    SCOPED_TRACE(name);
+    ExportScene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(id INTEGER PRIMARY KEY, " + name + ")" +
+                      inserting("t", "i, i", 600));
+    std::vector<DatabaseRow> const all = rowsOf(scene.database.path(), scene.schema);
+    auto const renameAt500 = [&](std::int64_t) { scene.database.run("ALTER TABLE t RENAME COLUMN " + name + " TO b"); };
+    EXPECT_EQ(failureOf([&] {
+                scene.transfer.exportRows(scene.database.path(), scene.schema, {.selected = all}, ExportFormat::csv,
+                                          scene.destination, renameAt500, noTask);
+              }),
+              DatabaseError("no such column: " + name));
+    EXPECT_EQ(scene.content(), "(no out)");
+  }
 }
 
 TEST(FileTransfer, PassesOnTheFailuresOfSQLite) {
