@@ -17,6 +17,10 @@ namespace {
 constexpr char usage[] =
     "usage: make-data tables FILE COUNT   COUNT tables without rows, each with an index\n"
     "       make-data rows FILE COUNT     one table of COUNT rows of 8 columns\n"
+    "       make-data changed FILE COUNT  the same with 1 % of the rows changed, added or gone\n"
+    "       make-data different FILE COUNT  the same with every row changed\n"
+    "       make-data keys FILE COUNT     one table of COUNT rows whose key has two columns, and no rowid\n"
+    "       make-data keys-changed FILE COUNT  the same with 1 % of the rows changed, added or gone\n"
     "       make-data cells FILE COUNT    one table of COUNT rows with a text of 64 KiB each\n"
     "       make-data json FILE BYTES     no database but a JSON document\n"
     "       make-data csv FILE COUNT      no database but COUNT delimited rows of 8 columns\n"
@@ -129,6 +133,27 @@ void makeRows(Database& database, std::int64_t count) {
   sqlite3_finalize(insert);
 }
 
+/// A text and an integer as the key, 50 integers to a text, and two values.
+void makeKeys(Database& database, std::int64_t count) {
+  database.run(
+      "CREATE TABLE pairs(name TEXT, number INTEGER, price REAL, note TEXT, PRIMARY KEY(name, number)) "
+      "WITHOUT ROWID");
+  for (std::int64_t row = 0; row < count; ++row) {
+    database.run("INSERT INTO pairs VALUES ('" + numbered("N", row / 50) + "', " + std::to_string(row % 50) + ", " +
+                 std::to_string(drawn(row, 1, 1000)) + ".5, '" + words(row, 2, 20) + "')");
+  }
+}
+
+/// Of each 1,000 rows that `place` numbers from 1, eight have another `column`, one has gone, and one is new where `add`
+/// puts it.
+void change(Database& database, std::string const& table, std::string const& place, std::string const& column,
+            std::string const& added) {
+  std::string const at = place + " % 1000 ";
+  database.run("INSERT INTO " + table + " SELECT " + added + " FROM " + table + " WHERE " + at + "= 10");
+  database.run("UPDATE " + table + " SET " + column + " = " + column + " + 1 WHERE " + at + "BETWEEN 1 AND 8");
+  database.run("DELETE FROM " + table + " WHERE " + at + "= 9");
+}
+
 void makeCells(Database& database, std::int64_t count) {
   database.run("CREATE TABLE cells(id INTEGER PRIMARY KEY, text TEXT)");
   for (std::int64_t row = 1; row <= count; ++row)
@@ -191,8 +216,8 @@ void makeCSV(char const* path, std::int64_t count, bool quoted) {
 int main(int argc, char** argv) {
   std::string_view const kind = argc == 4 ? argv[1] : "";
   std::int64_t const count = argc == 4 ? std::atoll(argv[3]) : 0;
-  bool const known =
-      kind == "tables" || kind == "rows" || kind == "cells" || kind == "json" || kind == "csv" || kind == "quoted";
+  bool const known = kind == "tables" || kind == "rows" || kind == "changed" || kind == "different" || kind == "keys" ||
+                     kind == "keys-changed" || kind == "cells" || kind == "json" || kind == "csv" || kind == "quoted";
   if (!known || count < 1) {
     std::fputs(usage, stderr);
     return 2;
@@ -207,7 +232,16 @@ int main(int argc, char** argv) {
   }
   Database database(argv[2]);
   if (kind == "tables") makeTables(database, count);
-  if (kind == "rows") makeRows(database, count);
+  if (kind == "rows" || kind == "changed" || kind == "different") makeRows(database, count);
+  if (kind == "changed") {
+    change(database, "records", "id", "quantity", "-id, quantity, reference, price, ratio, code, name, note");
+  }
+  if (kind == "different") database.run("UPDATE records SET quantity = quantity + 1");
+  if (kind.starts_with("keys")) makeKeys(database, count);
+  if (kind == "keys-changed") {
+    change(database, "pairs", "(CAST(substr(name, 2) AS INTEGER) * 50 + number)", "price",
+           "name, -1 - number, price, note");
+  }
   if (kind == "cells") makeCells(database, count);
   database.run("COMMIT");
 }
