@@ -11,6 +11,7 @@
 #include <system_error>
 #include <vector>
 
+#include "platform/DiskFlush.hpp"
 #include "platform/DurableFolder.hpp"
 #include "platform/LockedFiles.hpp"
 #include "platform/SystemError.hpp"
@@ -25,13 +26,6 @@ Descriptor openFolder(int parent, std::string const& name, std::filesystem::path
   Descriptor folder(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   if (!folder) throwFileError("The folder cannot be opened", path);
   return folder;
-}
-
-/// Whether what was done to the descriptor is on the disk. EINVAL is a file system that has no way to flush a folder.
-bool flushed(int descriptor) {
-  int result = ::fsync(descriptor);
-  while (result != 0 && errno == EINTR) result = ::fsync(descriptor);
-  return result == 0 || errno == EINVAL;
 }
 
 bool isStaging(std::filesystem::directory_entry const& entry) {
@@ -92,12 +86,10 @@ void SnapshotStaging::protectDatabase() {
 void SnapshotStaging::flush() {
   int const database = ::openat(folder_.get(), databaseName, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (database < 0) throwFileError("The file cannot be opened", database_);
-  bool const done = flushed(database);
-  int const reason = errno;
-  LockedFiles::close(database);
-  errno = reason;
+  bool const done = flushFileToDisk(database);
+  LockedFiles::close(database);  // leaves `errno` as it was
   if (!done) throwFileError("The file cannot be put on the disk", database_);
-  if (!flushed(folder_.get())) throwFileError("The folder cannot be put on the disk", path_);
+  if (!flushFolderToDisk(folder_.get())) throwFileError("The folder cannot be put on the disk", path_);
 }
 
 // Publication -------------------------------------------------------------------------------------
@@ -106,7 +98,7 @@ void SnapshotStaging::publish(UUID const& id) {
   std::string const name = id.text();
   move(name_, name);
   deletable_ = false;  // whatever happens now: nothing is ever deleted under the name of a snapshot
-  if (flushed(parent_.get())) return;
+  if (flushFolderToDisk(parent_.get())) return;
   int const reason = errno;
   takeBack(name);
   errno = reason;
@@ -126,7 +118,7 @@ void SnapshotStaging::move(std::string const& from, std::string const& to) {
 /// Until the disk is known to have the hidden name again, the folder is not deleted: the next capture does that.
 void SnapshotStaging::takeBack(std::string const& published) noexcept try {
   move(published, name_);
-  deletable_ = flushed(parent_.get());
+  deletable_ = flushFolderToDisk(parent_.get());
 } catch (std::exception const&) {
   // It stays as what it is, a whole snapshot.
 }

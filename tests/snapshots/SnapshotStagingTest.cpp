@@ -223,6 +223,28 @@ TEST(SnapshotStaging, FlushesTheDatabaseAndBothFolders) {
   EXPECT_EQ(calls.trace(), "fchmodat fsync fsync renameat2 fsync");
 }
 
+TEST(SnapshotStaging, MustHaveItsDatabaseOnTheDiskAndItsFolderWhereThatCanBe) {
+  struct {
+    long call;  // the flush of the database, the one of the folder
+    int error;
+    char const* failure;
+  } const cases[] = {
+      {1, EINVAL, "EINVAL database.sqlite"},
+      {1, EIO, "EIO database.sqlite"},
+      {2, EINVAL, "(nothing failed)"},
+      {2, EIO, "EIO .partial-"},
+  };
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.failure);
+    Scene const scene;
+    SnapshotStaging staging(scene.store, scene.source);
+    write(staging);
+    EXPECT_TRUE(FaultInjector::failing(scene.source, each.call, each.error, /*persistent=*/false, [&] {
+      EXPECT_TRUE(systemFailureOf([&] { staging.flush(); }).starts_with(each.failure));
+    }));
+  }
+}
+
 TEST(SnapshotStaging, IsWholeOrGoneWhateverFailsInItsPublication) {
   struct {
     long call;  // rename, flush, and the two that take the name back
