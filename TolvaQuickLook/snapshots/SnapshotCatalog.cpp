@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 #include "core/DatabaseError.hpp"
 #include "platform/CanonicalPath.hpp"
@@ -50,7 +51,7 @@ std::shared_ptr<SnapshotLease const> leaseIn(SnapshotStore const& store, std::fi
   std::filesystem::path const database = databaseIn(store, folder);
   if (!isFile(database)) throw DatabaseError("The snapshot database is missing.");
   StoreLock lock(store.checked(folder / ".lease"), LockKind::shared);
-  return std::make_shared<SnapshotLease const>(record, database, lock.release());
+  return std::make_shared<SnapshotLease const>(record, database, std::move(lock));
 }
 
 }  // namespace
