@@ -97,8 +97,12 @@ std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(Snapshot const& snap
 
 std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(std::filesystem::path const& file) const {
   std::filesystem::path const database = store_.checked(holdsNUL(file) ? file : canonicalPath(file));
-  if (database.filename() != "database.sqlite") throw DatabaseError("Not a completed snapshot database.");
-  return lease(readSnapshotRecord(store_, database.parent_path()));
+  if (database.filename() != SnapshotStore::databaseName) throw DatabaseError("Not a completed snapshot database.");
+  Snapshot const record = readSnapshotRecord(store_, database.parent_path());
+  // A copy of a whole folder elsewhere in the store has a record that fits, too.
+  if (store_.directory(record.databaseID, record.id) != database.parent_path())
+    throw DatabaseError("Not a completed snapshot database.");
+  return lease(record);
 }
 
 std::optional<Snapshot> SnapshotCatalog::find(std::string_view databaseID, UUID const& id) const {
