@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <exception>
 #include <string_view>
 #include <system_error>
 #include <vector>
@@ -19,8 +20,10 @@
 namespace tolva {
 namespace {
 
-constexpr std::string_view prefix = ".partial-";
-constexpr char const* databaseName = "database.sqlite";
+constexpr std::string_view prefix = SnapshotStore::hiddenPrefix;
+constexpr char const* databaseName = SnapshotStore::databaseName;
+
+std::string hiddenName() { return std::string(prefix) + UUID::make().text(); }
 
 Descriptor openFolder(int parent, std::string const& name, std::filesystem::path const& path) {
   Descriptor folder(::openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
@@ -33,25 +36,75 @@ bool isStaging(std::filesystem::directory_entry const& entry) {
   return name.starts_with(prefix) && UUID::parse(std::string_view(name).substr(prefix.size()));
 }
 
+// What cannot be removed is told of by the removal itself.
+void openToOwner(std::filesystem::path const& folder) {
+  struct stat status {};
+  if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || (status.st_mode & 0700) == 0700) return;
+  ::fchmodat(AT_FDCWD, folder.c_str(), 0700, AT_SYMLINK_NOFOLLOW);
+}
+
+/// Gives the owner all rights to a folder and those in it, each before it is gone into: a folder that may not be
+/// written keeps its files.
+void makeRemovable(std::filesystem::path const& folder) {
+  openToOwner(folder);
+  std::error_code ignored;
+  std::filesystem::recursive_directory_iterator entry(folder, ignored);
+  for (; entry != std::filesystem::recursive_directory_iterator(); entry.increment(ignored)) openToOwner(entry->path());
+}
+
+/// Removes the database of a snapshot that was moved aside, and before it what does not belong to a snapshot.
+void removeDatabase(std::filesystem::path const& aside) {
+  for (std::filesystem::directory_entry const& entry : std::filesystem::directory_iterator(aside)) {
+    std::string const name = entry.path().filename();
+    bool const file = !std::filesystem::is_directory(entry.symlink_status());
+    if (!file || (name != databaseName && name != SnapshotStore::recordName)) std::filesystem::remove_all(entry.path());
+  }
+  std::filesystem::remove(aside / databaseName);
+}
+
+/// Where this fails as well the folder is a staging folder, which the next capture or listing clears away.
+void moveBack(std::filesystem::path const& aside, std::filesystem::path const& folder) noexcept try {
+  std::filesystem::rename(aside, folder);
+  flushFolder(folder.parent_path());
+} catch (std::exception const&) {
+}
+
 }  // namespace
 
 // Cleaning ----------------------------------------------------------------------------------------
 
-void cleanStaging(SnapshotStore const& store, std::filesystem::path const& databaseFolder) {
+void cleanStaging(SnapshotStore const& store, std::filesystem::path const& folder) {
   std::vector<std::filesystem::path> left;
-  for (std::filesystem::directory_entry const& entry : std::filesystem::directory_iterator(databaseFolder)) {
+  for (std::filesystem::directory_entry const& entry : std::filesystem::directory_iterator(folder)) {
     if (isStaging(entry)) left.push_back(store.checked(entry.path()));
   }
   if (left.empty()) return;
   // The disk may still have one of them under the name of a snapshot, which would be torn if the power failed now.
-  flushFolder(databaseFolder);
-  for (std::filesystem::path const& folder : left) std::filesystem::remove_all(folder);
+  flushFolder(folder);
+  for (std::filesystem::path const& entry : left) {
+    makeRemovable(entry);
+    std::filesystem::remove_all(entry);
+  }
+}
+
+void deleteSnapshotFolder(SnapshotStore const& store, std::filesystem::path const& folder) {
+  std::filesystem::path const aside = store.checked(folder.parent_path() / hiddenName());
+  makeRemovable(folder);
+  std::filesystem::rename(folder, aside);
+  try {
+    flushFolder(folder.parent_path());
+    removeDatabase(aside);
+  } catch (...) {
+    moveBack(aside, folder);
+    throw;
+  }
+  std::filesystem::remove_all(aside);
 }
 
 // Life --------------------------------------------------------------------------------------------
 
 SnapshotStaging::SnapshotStaging(SnapshotStore const& store, std::filesystem::path const& databaseFolder)
-    : name_(std::string(prefix) + UUID::make().text()),
+    : name_(hiddenName()),
       path_(store.checked(databaseFolder / name_)),
       database_(store.checked(path_ / databaseName)),
       parent_(openFolder(AT_FDCWD, databaseFolder, databaseFolder)) {
@@ -65,8 +118,11 @@ SnapshotStaging::SnapshotStaging(SnapshotStore const& store, std::filesystem::pa
   deletable_ = true;
 }
 
+/// Removing a folder takes descriptors: its own go first, in case that the process has no more.
 SnapshotStaging::~SnapshotStaging() {
   std::error_code ignored;
+  folder_.reset();
+  parent_.reset();
   if (deletable_) std::filesystem::remove_all(path_, ignored);
 }
 
