@@ -23,8 +23,8 @@ class StoreLock {
   /// Gives the locked descriptor to the caller, who ends it with `unlockAndClose`.
   int release() noexcept { return std::exchange(descriptor_, -1); }
 
-  /// Ends the lock of `descriptor`, at once even where a child that another thread forked still has a copy of it. Leaves `errno`
-  /// as it was.
+  /// Ends the lock of `descriptor`, at once even where a child that another thread forked still has a copy of it.
+  /// Leaves `errno` as it was.
   static void unlockAndClose(int descriptor) noexcept;
 
  private:

@@ -131,14 +131,14 @@ TEST(StoreLock, IsNoLockOfAFileThatHasLostItsName) {
   };
   for (auto const& now : cases) {
     SCOPED_TRACE(now.says);
-    for (auto const& [kind, refusal] : {std::pair(LockKind::exclusive, inUse), {LockKind::shared, beingDeleted}}) {
+    for (LockKind const kind : {LockKind::exclusive, LockKind::shared}) {
       TemporaryFolder const folder;
       long const open = openDescriptors();
       bool harmed = false;
       beforeLocking = [&](int operation) {
         if (operation != LOCK_UN && !std::exchange(harmed, true)) now.harm(folder / "lock");
       };
-      EXPECT_EQ(failureOf([&] { StoreLock(folder / "lock", kind); }), refusal);
+      EXPECT_EQ(failureOf([&] { StoreLock(folder / "lock", kind); }), kind == LockKind::shared ? beingDeleted : inUse);
       beforeLocking = {};
       EXPECT_TRUE(harmed);
       EXPECT_EQ(openDescriptors(), open);
