@@ -6,8 +6,8 @@
 #include "snapshots/SnapshotSource.hpp"
 #include "snapshots/SnapshotStore.hpp"
 
-// The catalog lock is never held while a snapshot is taken, so others go on meanwhile; hence the pointer is looked at
-// before and after.
+// A capture takes the catalog lock itself, for its whole length. Before and after it the lock is free for a moment, in
+// which others can change the baseline; hence the pointer is looked at on both sides.
 
 namespace tolva {
 namespace {
