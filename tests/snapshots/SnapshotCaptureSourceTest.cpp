@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: Apache-2.0
+// A source that is none, or that becomes another one while it is captured.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <string>
+
+#include "core/MemoryBudget.hpp"
+#include "snapshots/SnapshotCapture.hpp"
+#include "snapshots/Untouched.hpp"
+#include "support/CaptureScene.hpp"
+#include "support/Failure.hpp"
+#include "support/FaultInjector.hpp"
+#include "support/SQLitePeer.hpp"
+#include "support/SystemFailure.hpp"
+#include "support/Unprivileged.hpp"
+
+namespace tolva {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// Sources that are none ----------------------------------------------------------------------------
+
+TEST(SnapshotCapture, SaysWhatIsNoDatabase) {
+  CaptureScene const scene("");
+  std::string text;
+  for (int line = 0; line < 100; ++line) text += "this is a text of a few lines\n";
+  scene.folder.write("a.db", text);
+  EXPECT_EQ(failureOf([&] { scene.capture(); }),
+            DatabaseError("Reading source size: file is not a database", SQLITE_NOTADB));
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(SnapshotCapture, RefusesWhatIsNoFile) {
+  CaptureScene const scene("");
+  auto const capture = [&](std::filesystem::path const& source) {
+    StoreLock const lock = scene.store.lockCatalog();
+    captureSnapshot(scene.store, {}, {source, {}, {}, {}}, noTask);
+  };
+  ASSERT_EQ(::mkfifo((scene.folder / "pipe").c_str(), 0600), 0);
+  for (std::filesystem::path const& source :
+       {scene.folder.path(), scene.folder / "pipe", std::filesystem::path("/dev/null")}) {
+    EXPECT_EQ(failureOf([&] { capture(source); }), DatabaseError("Cannot identify this database file safely."))
+        << source;
+  }
+  EXPECT_EQ(systemFailureOf([&] { capture(scene.folder / "none.db"); }), "ENOENT none.db");
+  EXPECT_EQ(namesIn(scene.store.root()), Names{".catalog-lock"});
+}
+
+TEST(SnapshotCapture, SaysThatAFileMayNotBeRead) {
+  CaptureScene scene;
+  scene.folder.openToEverybody();
+  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0), 0);
+  std::filesystem::create_directory(scene.folder / "own");
+  ASSERT_EQ(::chmod((scene.folder / "own").c_str(), 0777), 0);
+  SnapshotStore const store(scene.folder / "own/store");
+  EXPECT_EQ(asUnprivileged([&] {
+              DatabaseError const failure = failureOf([&] {
+                StoreLock const lock = store.lockCatalog();
+                captureSnapshot(store, {}, {scene.database.path(), {}, {}, {}}, noTask);
+              });
+              return std::to_string(failure.code) + " " + failure.detail;
+            }),
+            "14 unable to open database file");
+}
+
+/// A log whose index belongs to somebody else alone.
+TEST(SnapshotCapture, SaysWhatToDoAboutALogThatCannotBeRead) {
+  CaptureScene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);");
+  scene.folder.openToEverybody();
+  std::filesystem::create_directory(scene.folder / "own");
+  ASSERT_EQ(::chmod((scene.folder / "own").c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0644), 0);
+  SQLitePeer peer(scene.database.path());
+  ASSERT_EQ(peer.exec("INSERT INTO t VALUES (1)"), "ok");
+  ASSERT_EQ(::chmod((scene.folder / "a.db-shm").c_str(), 0), 0);
+  SnapshotStore const store(scene.folder / "own/store");
+  EXPECT_EQ(
+      asUnprivileged([&] {
+        DatabaseError const failure = failureOf([&] {
+          StoreLock const lock = store.lockCatalog();
+          captureSnapshot(store, {}, {scene.database.path(), {}, {}, {}}, noTask);
+        });
+        return std::to_string(failure.code & 0xFF) + " " + failure.detail;
+      }),
+      R"(14 Reading source size: SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)");
+}
+
+/// Answers for one pragma of every connection that is opened, for a scope. One at a time.
+class PragmaAnswered {
+ public:
+  PragmaAnswered(std::string pragma, int answer) {
+    pragma_ = std::move(pragma);
+    answer_ = answer;
+    EXPECT_EQ(sqlite3_auto_extension(entry()), SQLITE_OK);
+  }
+  ~PragmaAnswered() { sqlite3_cancel_auto_extension(entry()); }
+  PragmaAnswered(PragmaAnswered const&) = delete;
+  PragmaAnswered& operator=(PragmaAnswered const&) = delete;
+
+ private:
+  static void (*entry())() { return reinterpret_cast<void (*)()>(install); }
+
+  static int install(sqlite3* connection, char const**, void const*) {
+    return sqlite3_set_authorizer(connection, answer, nullptr);
+  }
+
+  static int answer(void*, int action, char const* name, char const* argument, char const*, char const*) {
+    return action == SQLITE_PRAGMA && name == pragma_ && !argument ? answer_ : SQLITE_OK;
+  }
+
+  static inline std::string pragma_;
+  static inline int answer_ = SQLITE_OK;
+};
+
+TEST(SnapshotCapture, NamesTheStageThatFailed) {
+  CaptureScene const scene;
+  struct {
+    std::string pragma;
+    int answer;
+    DatabaseError failure;
+  } const cases[] = {
+      {"page_count", SQLITE_DENY, DatabaseError("Reading source size: not authorized", SQLITE_AUTH)},
+      {"page_count", SQLITE_IGNORE, DatabaseError("Reading source size: Could not read database size.")},
+      {"page_size", SQLITE_IGNORE, DatabaseError("Reading source size: Could not read database size.")},
+      {"journal_mode", SQLITE_DENY, DatabaseError("Reading source journal mode: not authorized", SQLITE_AUTH)},
+  };
+  for (auto const& each : cases) {
+    PragmaAnswered const answered(each.pragma, each.answer);
+    EXPECT_EQ(failureOf([&] { scene.capture(); }), each.failure) << each.pragma;
+  }
+  expectUntouched(scene);
+}
+
+TEST(SnapshotCapture, LeavesNothingWhenMemoryRunsOut) {
+  CaptureScene const scene;
+  scene.capture();
+  int failed = 0;
+  for (std::int64_t bytes = 0; scene.names().size() == 1; bytes += 2'048) {
+    MemoryBudget const budget(bytes);
+    DatabaseError const failure = failureOf([&] { scene.capture(); });
+    if (failure.code == -1) break;
+    ++failed;
+    ASSERT_EQ(failure.code & 0xFF, SQLITE_NOMEM) << failure.detail;
+    ASSERT_EQ(scene.names().size(), 1U) << bytes;
+  }
+  EXPECT_GT(failed, 10);
+  EXPECT_EQ(scene.snapshots().size(), 2U);
+}
+
+// A source that changes meanwhile ------------------------------------------------------------------
+
+TEST(SnapshotCapture, EndsWhenItsSourceDoes) {
+  std::string const replaced = "The source file was replaced during capture. Refresh the database and try again.";
+  std::string const unsafe = "Cannot identify this database file safely.";
+  struct Case {
+    std::string says;
+    std::function<void(CaptureScene const&)> deed;
+    std::string detail;
+    std::int32_t code;
+  } const cases[] = {
+      {"replaced by another database",
+       [](CaptureScene const& scene) {
+         TemporaryDatabase const other(scene.folder, "other.db", manyPages);
+         std::filesystem::rename(other.path(), scene.database.path());
+       },
+       replaced, 1},
+      {"made a link to another database",
+       [](CaptureScene const& scene) {
+         TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
+         std::filesystem::remove(scene.database.path());
+         std::filesystem::create_symlink(other.path(), scene.database.path());
+       },
+       replaced, 1},
+      {"made a folder",
+       [](CaptureScene const& scene) {
+         std::filesystem::remove(scene.database.path());
+         std::filesystem::create_directory(scene.database.path());
+       },
+       unsafe, 1},
+      {"made a pipe",
+       [](CaptureScene const& scene) {
+         std::filesystem::remove(scene.database.path());
+         ASSERT_EQ(::mkfifo(scene.database.path().c_str(), 0600), 0);
+       },
+       unsafe, 1},
+      {"truncated", [](CaptureScene const& scene) { std::filesystem::resize_file(scene.database.path(), 300 * 4096); },
+       "Copying snapshot: database disk image is malformed", SQLITE_CORRUPT},
+  };
+  for (Case const& each : cases) {
+    for (int const call : {2, 3, 4}) {
+      SCOPED_TRACE(each.says + " at call " + std::to_string(call));
+      CaptureScene const scene(manyPages);
+      int calls = 0;
+      auto const check = [&] {
+        if (++calls == call) each.deed(scene);
+      };
+      DatabaseError const failure = failureOf([&] { scene.capture({.validateSource = check}); });
+      EXPECT_EQ(failure, DatabaseError(each.detail, each.code));
+      EXPECT_EQ(scene.names(), Names{});
+    }
+  }
+}
+
+TEST(SnapshotCapture, EndsWhenItsSourceIsDeleted) {
+  CaptureScene const scene(manyPages);
+  int calls = 0;
+  auto const check = [&] {
+    if (++calls == 3) std::filesystem::remove(scene.database.path());
+  };
+  EXPECT_EQ(systemFailureOf([&] { scene.capture({.validateSource = check}); }), "ENOENT a.db");
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+/// A file without a byte is an empty database: one state, which is what the source holds by then.
+TEST(SnapshotCapture, OfASourceThatIsEmptiedIsEmpty) {
+  for (int const call : {2, 3, 4}) {
+    CaptureScene const scene(manyPages);
+    int calls = 0;
+    auto const check = [&] {
+      if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
+    };
+    Snapshot const made = scene.capture({.validateSource = check});
+    EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"),
+              "0\nok");
+  }
+}
+
+/// The very file, at another place: it is still what was copied.
+TEST(SnapshotCapture, GoesOnWhenItsSourceIsMovedBehindALink) {
+  CaptureScene const scene(manyPages);
+  int calls = 0;
+  auto const check = [&] {
+    if (++calls != 3) return;
+    std::filesystem::rename(scene.database.path(), scene.folder / "moved.db");
+    std::filesystem::create_symlink("moved.db", scene.database.path());
+  };
+  Snapshot const made = scene.capture({.validateSource = check});
+  EXPECT_EQ(made.sourcePath, scene.database.path().string());
+  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM t"), "600");
+}
+
+/// The file that SQLite opened is not the one that was identified, although that has its name again at the end.
+TEST(SnapshotCapture, NoticesAnotherFileThatHadTheNameForAWhile) {
+  CaptureScene const scene(manyPages);
+  TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
+  auto const swap = [&] {
+    ASSERT_EQ(::renameat2(AT_FDCWD, scene.database.path().c_str(), AT_FDCWD, other.path().c_str(), RENAME_EXCHANGE), 0);
+  };
+  { StoreLock const made = scene.store.lockCatalog(); }
+  // The calls are the lock's opening, the making of the folder for the source, which is identified by then, its flush.
+  EXPECT_TRUE(FaultInjector::before(scene.store.root(), 3, swap, [&] {
+    int calls = 0;
+    auto const check = [&] {
+      if (++calls == 2) swap();
+    };
+    EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check}); }),
+              DatabaseError("The source file was replaced during capture. Refresh the database and try again."));
+  }));
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+}  // namespace
+}  // namespace tolva
