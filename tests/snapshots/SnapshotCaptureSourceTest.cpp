@@ -5,7 +5,9 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <functional>
+#include <stop_token>
 #include <string>
 
 #include "core/MemoryBudget.hpp"
@@ -154,8 +156,10 @@ TEST(SnapshotCapture, LeavesNothingWhenMemoryRunsOut) {
 
 // A source that changes meanwhile ------------------------------------------------------------------
 
+DatabaseError const replacedMeanwhile(
+    "The source file was replaced during capture. Refresh the database and try again.");
+
 TEST(SnapshotCapture, EndsWhenItsSourceDoes) {
-  std::string const replaced = "The source file was replaced during capture. Refresh the database and try again.";
   std::string const unsafe = "Cannot identify this database file safely.";
   struct Case {
     std::string says;
@@ -168,14 +172,14 @@ TEST(SnapshotCapture, EndsWhenItsSourceDoes) {
          TemporaryDatabase const other(scene.folder, "other.db", manyPages);
          std::filesystem::rename(other.path(), scene.database.path());
        },
-       replaced, 1},
+       replacedMeanwhile.detail, 1},
       {"made a link to another database",
        [](CaptureScene const& scene) {
          TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
          std::filesystem::remove(scene.database.path());
          std::filesystem::create_symlink(other.path(), scene.database.path());
        },
-       replaced, 1},
+       replacedMeanwhile.detail, 1},
       {"made a folder",
        [](CaptureScene const& scene) {
          std::filesystem::remove(scene.database.path());
@@ -216,18 +220,103 @@ TEST(SnapshotCapture, EndsWhenItsSourceIsDeleted) {
   EXPECT_EQ(scene.names(), Names{});
 }
 
-/// A file without a byte is an empty database: one state, which is what the source holds by then.
-TEST(SnapshotCapture, OfASourceThatIsEmptiedIsEmpty) {
-  for (int const call : {2, 3, 4}) {
-    CaptureScene const scene(manyPages);
-    int calls = 0;
-    auto const check = [&] {
-      if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
-    };
-    Snapshot const made = scene.capture({.validateSource = check});
-    EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"),
-              "0\nok");
+/// SQLite takes a file without a byte for an empty database and copies that, but where a log tells it the size.
+TEST(SnapshotCapture, EndsWhenItsSourceIsEmptied) {
+  struct {
+    std::string journalMode;
+    DatabaseError failure;
+  } const cases[] = {
+      {"DELETE", replacedMeanwhile},
+      {"WAL", DatabaseError("Copying snapshot: database disk image is malformed", SQLITE_CORRUPT)},
+  };
+  for (auto const& each : cases) {
+    for (int const call : {2, 3, 4}) {
+      SCOPED_TRACE(each.journalMode + " at call " + std::to_string(call));
+      CaptureScene const scene("PRAGMA journal_mode = " + each.journalMode + ";" + manyPages);
+      int calls = 0;
+      auto const check = [&] {
+        if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
+      };
+      EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check}); }), each.failure);
+      EXPECT_EQ(scene.names(), Names{});
+    }
   }
+}
+
+/// As a program does it that writes a file anew in its place.
+TEST(SnapshotCapture, EndsWhenItsSourceWasEmptyForAWhile) {
+  CaptureScene const scene(manyPages);
+  std::string const content = scene.folder.read("a.db");
+  int calls = 0;
+  auto const empty = [&] {
+    if (++calls == 3) std::filesystem::resize_file(scene.database.path(), 0);
+  };
+  auto const refill = [&](SnapshotProgress const& last) {
+    EXPECT_EQ(last.totalPages, 0);
+    scene.folder.write("a.db", content);
+  };
+  EXPECT_EQ(failureOf([&] { scene.capture({.progress = refill, .validateSource = empty}); }), replacedMeanwhile);
+  expectUntouched(scene);
+}
+
+TEST(SnapshotCapture, EndsWhenItsSourceIsEmptiedBehindTheLastStep) {
+  CaptureScene const scene(manyPages);
+  auto const empty = [&](SnapshotProgress const& told) {
+    if (told.copiedPages == told.totalPages) std::filesystem::resize_file(scene.database.path(), 0);
+  };
+  EXPECT_EQ(failureOf([&] { scene.capture({.progress = empty}); }), replacedMeanwhile);
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(SnapshotCapture, OfAnEmptySourceIsEmpty) {
+  CaptureScene const scene;
+  std::filesystem::resize_file(scene.database.path(), 0);
+  int calls = 0;
+  Snapshot const made = scene.capture({.validateSource = [&] { ++calls; }});
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"), "0\nok");
+}
+
+/// Filled for the first time meanwhile.
+TEST(SnapshotCapture, HoldsWhatAnEmptySourceWasFilledWith) {
+  CaptureScene const scene("");
+  ASSERT_EQ(std::filesystem::file_size(scene.database.path()), 0U);
+  SQLitePeer peer(scene.database.path());
+  int calls = 0;
+  auto const fill = [&] {
+    if (++calls == 2) {
+      ASSERT_EQ(peer.exec("CREATE TABLE t(a)"), "ok");
+    }
+  };
+  Snapshot const made = scene.capture({.validateSource = fill});
+  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT name FROM sqlite_schema"), "t");
+}
+
+/// A task that is cancelled says so, whatever has become of the source.
+TEST(SnapshotCapture, IsCancelledRatherThanReplaced) {
+  int cancelled = 0;
+  for (long n = 1;; ++n) {
+    SCOPED_TRACE("call " + std::to_string(n));
+    CaptureScene const scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);");  // a copy that takes a step to leave it
+    TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
+    { StoreLock const made = scene.store.lockCatalog(); }
+    std::stop_source task;
+    auto const harm = [&] {
+      task.request_stop();
+      std::filesystem::rename(other.path(), scene.database.path());
+    };
+    DatabaseError failure("", -1);  // which is that there was none
+    bool const came = FaultInjector::before(scene.store.root(), n, harm, [&] {
+      try {
+        failure = failureOf([&] { scene.capture({.task = task.get_token()}); });
+      } catch (TaskCancelled const&) {
+        ++cancelled;
+      }
+    });
+    EXPECT_EQ(failure.code, -1) << failure.detail;
+    if (!came) break;
+  }
+  EXPECT_GT(cancelled, 10);
 }
 
 /// The very file, at another place: it is still what was copied.
@@ -258,8 +347,7 @@ TEST(SnapshotCapture, NoticesAnotherFileThatHadTheNameForAWhile) {
     auto const check = [&] {
       if (++calls == 2) swap();
     };
-    EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check}); }),
-              DatabaseError("The source file was replaced during capture. Refresh the database and try again."));
+    EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check}); }), replacedMeanwhile);
   }));
   EXPECT_EQ(scene.names(), Names{});
 }
