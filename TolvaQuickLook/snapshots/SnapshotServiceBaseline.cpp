@@ -1,13 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "snapshots/SnapshotService.hpp"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
 #include "core/DatabaseError.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "platform/UUID.hpp"
 #include "snapshots/BaselinePointer.hpp"
 #include "snapshots/SnapshotCatalog.hpp"
-#include "snapshots/SnapshotService.hpp"
 #include "snapshots/SnapshotSource.hpp"
 #include "snapshots/SnapshotStore.hpp"
 
-// The catalog lock is never held while a snapshot is taken, so others go on meanwhile; hence the pointer is looked at
-// before and after.
+// A capture locks the catalog itself, so these operations let it go before and take it again afterwards. In both moments
+// anybody may change the pointer, which is hence looked at on either side.
 
 namespace tolva {
 namespace {
