@@ -23,8 +23,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int pagesPerStep = 256;       // the source is locked for one step at a time
-constexpr int sourcePatience = 50;      // milliseconds that a step waits for a lock on the source, and
-constexpr auto pauseForLock = 20ms;     // the time to the next step
+constexpr int sourcePatience = 50;      // milliseconds for a lock on the source, which SQLite waits once in a backup,
+constexpr auto pauseForLock = 20ms;     // and the time to the next step
 constexpr auto betweenReports = 0.15s;  // of progress, but for the last one
 
 /// SQLite opens a file by its path, which may lead elsewhere by now: what is published must be what was copied into.

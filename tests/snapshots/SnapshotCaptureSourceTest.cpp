@@ -12,7 +12,9 @@
 
 #include "core/MemoryBudget.hpp"
 #include "snapshots/SnapshotCapture.hpp"
+#include "snapshots/SnapshotService.hpp"
 #include "snapshots/Untouched.hpp"
+#include "support/AuthorizerOfAll.hpp"
 #include "support/CaptureScene.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
@@ -80,44 +82,44 @@ TEST(SnapshotCapture, SaysWhatToDoAboutALogThatCannotBeRead) {
   SQLitePeer peer(scene.database.path());
   ASSERT_EQ(peer.exec("INSERT INTO t VALUES (1)"), "ok");
   ASSERT_EQ(::chmod((scene.folder / "a.db-shm").c_str(), 0), 0);
-  SnapshotStore const store(scene.folder / "own/store");
+  SnapshotService service(scene.folder / "own/store");
+  auto const told = [&](std::function<void()> const& operation) {
+    return asUnprivileged([&] {
+      DatabaseError const failure = failureOf(operation);
+      return std::to_string(failure.code) + " " + failure.detail;
+    });
+  };
   EXPECT_EQ(
-      asUnprivileged([&] {
-        DatabaseError const failure = failureOf([&] {
-          StoreLock const lock = store.lockCatalog();
-          captureSnapshot(store, {}, {scene.database.path(), {}, {}, {}}, noTask);
-        });
-        return std::to_string(failure.code & 0xFF) + " " + failure.detail;
-      }),
+      told([&] { service.estimate(scene.database.path(), noTask); }),
+      R"(14 SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)");
+  EXPECT_EQ(
+      told([&] { service.create(scene.database.path(), {}, {}, {}, noTask); }),
       R"(14 Reading source size: SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)");
 }
 
-/// Answers for one pragma of every connection that is opened, for a scope. One at a time.
-class PragmaAnswered {
- public:
-  PragmaAnswered(std::string pragma, int answer) {
-    pragma_ = std::move(pragma);
-    answer_ = answer;
-    EXPECT_EQ(sqlite3_auto_extension(entry()), SQLITE_OK);
+/// A writer that was killed in a transaction which had outgrown its memory: the journal has to be rolled back first,
+/// and a reader may not.
+TEST(SnapshotCapture, RefusesAJournalThatACrashLeft) {
+  CaptureScene const scene(manyPages);
+  SnapshotService service(scene.store.root());
+  {
+    SQLitePeer peer(scene.database.path());
+    ASSERT_EQ(peer.exec("PRAGMA cache_size = 5"), "ok");
+    ASSERT_EQ(peer.exec("BEGIN"), "ok");
+    ASSERT_EQ(peer.exec("UPDATE t SET a = 1, pad = randomblob(4000)"), "ok");
+    peer.kill();
   }
-  ~PragmaAnswered() { sqlite3_cancel_auto_extension(entry()); }
-  PragmaAnswered(PragmaAnswered const&) = delete;
-  PragmaAnswered& operator=(PragmaAnswered const&) = delete;
-
- private:
-  static void (*entry())() { return reinterpret_cast<void (*)()>(install); }
-
-  static int install(sqlite3* connection, char const**, void const*) {
-    return sqlite3_set_authorizer(connection, answer, nullptr);
-  }
-
-  static int answer(void*, int action, char const* name, char const* argument, char const*, char const*) {
-    return action == SQLITE_PRAGMA && name == pragma_ && !argument ? answer_ : SQLITE_OK;
-  }
-
-  static inline std::string pragma_;
-  static inline int answer_ = SQLITE_OK;
-};
+  ASSERT_TRUE(std::filesystem::exists(scene.folder / "a.db-journal"));
+  EXPECT_EQ(failureOf([&] { service.estimate(scene.database.path(), noTask); }),
+            DatabaseError("attempt to write a readonly database", SQLITE_READONLY_ROLLBACK));
+  EXPECT_EQ(failureOf([&] { service.create(scene.database.path(), {}, {}, {}, noTask); }),
+            DatabaseError("Reading source size: attempt to write a readonly database", SQLITE_READONLY_ROLLBACK));
+  EXPECT_TRUE(std::filesystem::exists(scene.folder / "a.db-journal"));
+  EXPECT_EQ(scene.names(), Names{});
+  EXPECT_EQ(rowsAsText(scene.database.path(), "SELECT sum(a) FROM t"), "0");  // rolls it back
+  Snapshot const made = service.create(scene.database.path(), {}, {}, {}, noTask);
+  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT sum(a), count(*) FROM t; PRAGMA integrity_check"), "0|600\nok");
+}
 
 TEST(SnapshotCapture, NamesTheStageThatFailed) {
   CaptureScene const scene;
@@ -132,7 +134,9 @@ TEST(SnapshotCapture, NamesTheStageThatFailed) {
       {"journal_mode", SQLITE_DENY, DatabaseError("Reading source journal mode: not authorized", SQLITE_AUTH)},
   };
   for (auto const& each : cases) {
-    PragmaAnswered const answered(each.pragma, each.answer);
+    AuthorizerOfAll const authorizer([&](sqlite3*, int action, std::string const& name, std::string const& argument) {
+      return action == SQLITE_PRAGMA && name == each.pragma && argument.empty() ? each.answer : SQLITE_OK;
+    });
     EXPECT_EQ(failureOf([&] { scene.capture(); }), each.failure) << each.pragma;
   }
   expectUntouched(scene);

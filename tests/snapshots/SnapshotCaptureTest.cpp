@@ -6,10 +6,12 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <functional>
 #include <set>
 #include <stdexcept>
 
 #include "platform/JSONCodec.hpp"
+#include "snapshots/SnapshotService.hpp"
 #include "snapshots/Untouched.hpp"
 #include "support/CaptureScene.hpp"
 #include "support/Descriptors.hpp"
@@ -144,6 +146,30 @@ TEST(SnapshotCapture, LeavesItsSourceAsItIs) {
   EXPECT_EQ(before.st_mtim.tv_nsec, after.st_mtim.tv_nsec);
   EXPECT_TRUE(scene.folder.read("a.db") == content);
   EXPECT_EQ(scene.folder.names(), (Names{"a.db", "store"}));
+}
+
+/// Reading a log needs its index, so the companions of a database that nobody has open appear beside it.
+TEST(SnapshotCapture, LeavesADatabaseInWALModeWithItsCompanions) {
+  struct {
+    std::string says;
+    std::function<void(SnapshotService&, CaptureScene const&)> read;
+  } const cases[] = {
+      {"estimate",
+       [](SnapshotService& service, CaptureScene const& scene) { service.estimate(scene.database.path(), noTask); }},
+      {"create", [](SnapshotService& service,
+                    CaptureScene const& scene) { service.create(scene.database.path(), {}, {}, {}, noTask); }},
+  };
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.says);
+    CaptureScene const scene("PRAGMA journal_mode = WAL;" + manyPages);
+    std::string const content = scene.folder.read("a.db");
+    ASSERT_EQ(scene.folder.names(), Names{"a.db"});
+    SnapshotService service(scene.store.root());
+    each.read(service, scene);
+    EXPECT_EQ(scene.folder.names(), (Names{"a.db", "a.db-shm", "a.db-wal", "store"}));
+    EXPECT_TRUE(scene.folder.read("a.db") == content);
+    EXPECT_EQ(scene.folder.read("a.db-wal"), "");
+  }
 }
 
 TEST(SnapshotCapture, LeavesNoDescriptorAndNoLock) {
