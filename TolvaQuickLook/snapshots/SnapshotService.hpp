@@ -29,8 +29,8 @@ namespace tolva {
 class SnapshotStore;
 
 /// Told how far a copy is, about six times a second and at its end. It is called by the operation, in its turn, so it
-/// may call no serial service at all, this one or another: `Turn` ends the program otherwise. It may take
-/// plain locks. What it throws ends the capture as a failure does. May be empty.
+/// may call no serial service at all, this one or another: `Turn` ends the program otherwise. It may take plain locks.
+/// What it throws ends the capture as a failure does. May be empty.
 using SnapshotProgressReport = std::function<void(SnapshotProgress const&)>;
 
 /// Throws when the caller's own view of the source holds no longer; what it throws ends the capture and is told as it
@@ -48,8 +48,8 @@ using SourceValidation = std::function<void()>;
 ///
 /// A copy stands in a hidden folder until it is complete and on the disk; it then enters the store by one move, and its
 /// database never changes again. All operations whose task is not cancelled already make the store if it is not there.
-/// They throw `DatabaseError`, `TaskCancelled`, the system's own `std::filesystem::filesystem_error` where a file cannot
-/// be read or written, and `JSONError` where a record of the store is none, which does not name the file.
+/// They throw `DatabaseError`, `TaskCancelled`, the system's own `std::filesystem::filesystem_error` where a file
+/// cannot be read or written, and `JSONError` where a record of the store is none, which does not name the file.
 class TOLVA_EXPORT SnapshotService {
  public:
   /// The one on the user's own store, made at the first call. Throws where the user has no home.

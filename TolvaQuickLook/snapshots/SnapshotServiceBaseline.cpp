@@ -15,8 +15,8 @@
 #include "snapshots/SnapshotSource.hpp"
 #include "snapshots/SnapshotStore.hpp"
 
-// A capture locks the catalog itself, so these operations let it go before and take it again afterwards. In both moments
-// anybody may change the pointer, which is hence looked at on either side.
+// A capture locks the catalog itself, so these operations let it go before and take it again afterwards. In both
+// moments anybody may change the pointer, which is hence looked at on either side.
 
 namespace tolva {
 namespace {
