@@ -11,23 +11,40 @@
 #include <vector>
 
 #include "snapshots/BaselineScene.hpp"
-#include "snapshots/Planted.hpp"
+#include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
+#include "support/SystemFailure.hpp"
 
 namespace tolva {
 namespace {
 
 // A task that is cancelled ------------------------------------------------------------------------
 
-/// Cancels the task of `operation` before each of its calls that change the store, and has `check` look at the store.
-void cancelAtEachCall(std::function<void(BaselineScene&)> const& prepare,
-                      std::function<void(BaselineScene&, std::stop_token)> const& operation,
-                      std::function<void(BaselineScene&, bool cancelled)> const& check) {
-  int cancelledCalls = 0;
+/// The folder of the snapshot that is new since `seen` was the baseline, "" for none.
+std::filesystem::path newFolder(BaselineScene const& scene) {
+  for (auto const& entry : std::filesystem::directory_iterator(scene.databaseFolder())) {
+    auto const id = UUID::parse(entry.path().filename().string());
+    if (id && *id != scene.seen) return entry.path();
+  }
+  return {};
+}
+
+/// How far an operation has come, by what it leaves.
+std::string reached(BaselineScene const& scene) {
+  std::filesystem::path const made = newFolder(scene);
+  if (made.empty()) return "not captured";
+  return std::filesystem::exists(made / ".lease") ? "leased" : "captured";
+}
+
+/// Cancels the task of `operation` before each of its calls that change the store, has `check` look at the store, and
+/// returns the ends that this has.
+std::set<std::string> endsOfCancelling(std::function<void(BaselineScene&, std::stop_token)> const& operation,
+                                       std::function<void(BaselineScene&, bool cancelled)> const& check) {
+  std::set<std::string> ends;
   for (long n = 1;; ++n) {
     SCOPED_TRACE("call " + std::to_string(n));
     BaselineScene scene;
-    prepare(scene);
+    scene.seen = scene.capture().id;
     std::stop_source task;
     bool cancelled = false;
     bool const came = FaultInjector::before(
@@ -39,43 +56,77 @@ void cancelAtEachCall(std::function<void(BaselineScene&)> const& prepare,
             cancelled = true;
           }
         });
-    if (!came) break;
-    cancelledCalls += cancelled ? 1 : 0;
+    if (!came) return ends;
+    ends.insert((cancelled ? "cancelled, " : "done, ") + reached(scene));
     EXPECT_EQ(scene.hidden(), std::vector<std::string>());
     check(scene, cancelled);
   }
-  EXPECT_GT(cancelledCalls, 0);
 }
 
+/// It looks at its task behind the capture, before it asks for the catalog again, and once more with the lease in hand.
 TEST(SnapshotServiceBaseline, IsNotSetByATaskThatIsCancelledAtAnyMoment) {
-  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
-                   [](BaselineScene& scene, std::stop_token task) {
-                     scene.service.captureBaseline(scene.database.path(), scene.seen, {}, task);
-                   },
-                   [](BaselineScene& scene, bool cancelled) {
-                     EXPECT_EQ(scene.baseline().id == scene.seen, cancelled);
-                     EXPECT_TRUE(scene.baseline().snapshot.has_value());
-                   });
+  auto const ends = endsOfCancelling(
+      [](BaselineScene& scene, std::stop_token task) {
+        scene.service.captureBaseline(scene.database.path(), scene.seen, {}, task);
+      },
+      [](BaselineScene& scene, bool cancelled) {
+        EXPECT_EQ(scene.baseline().id == scene.seen, cancelled);
+        EXPECT_TRUE(scene.baseline().snapshot.has_value());
+        EXPECT_EQ(scene.history().size(), newFolder(scene).empty() ? 1U : 2U) << "what is captured stays";
+      });
+  EXPECT_EQ(ends, (std::set<std::string>{"cancelled, not captured", "cancelled, captured", "cancelled, leased",
+                                         "done, leased"}));
 }
 
 TEST(SnapshotServiceBaseline, IsNotForgottenByATaskThatIsCancelled) {
-  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
-                   [](BaselineScene& scene, std::stop_token task) {
-                     scene.service.clearBaseline(scene.database.path(), scene.seen, task);
-                   },
-                   [](BaselineScene& scene, bool cancelled) { EXPECT_EQ(scene.baseline().id.has_value(), cancelled); });
+  auto const ends = endsOfCancelling(
+      [](BaselineScene& scene, std::stop_token task) {
+        scene.service.clearBaseline(scene.database.path(), scene.seen, task);
+      },
+      [](BaselineScene& scene, bool cancelled) { EXPECT_EQ(scene.baseline().id.has_value(), cancelled); });
+  EXPECT_EQ(ends, (std::set<std::string>{"cancelled, not captured", "done, not captured"}));
 }
 
-TEST(SnapshotServiceBaseline, HoldsNothingForAComparisonThatIsCancelledAtAnyMoment) {
-  cancelAtEachCall([](BaselineScene& scene) { scene.seen = scene.capture().id; },
-                   [](BaselineScene& scene, std::stop_token task) {
-                     scene.service.prepareChanges(scene.database.path(), scene.seen, {}, task);
-                   },
-                   [](BaselineScene& scene, bool) {
-                     scene.clear(scene.seen);
-                     for (Snapshot const& snapshot : scene.history()) scene.service.deleteSnapshot(snapshot);
-                     EXPECT_TRUE(std::filesystem::is_empty(scene.databaseFolder()));
-                   });
+TEST(SnapshotServiceBaseline, IsNotComparedForATaskThatIsCancelledAtAnyMoment) {
+  auto const ends = endsOfCancelling(
+      [](BaselineScene& scene, std::stop_token task) {
+        scene.service.prepareChanges(scene.database.path(), scene.seen, {}, task);
+      },
+      [](BaselineScene& scene, bool) {
+        scene.clear(scene.seen);  // nothing is held
+        for (Snapshot const& snapshot : scene.history()) scene.service.deleteSnapshot(snapshot);
+        EXPECT_TRUE(std::filesystem::is_empty(scene.databaseFolder()));
+      });
+  EXPECT_EQ(ends, (std::set<std::string>{"cancelled, not captured", "cancelled, captured", "done, leased"}));
+}
+
+// A snapshot that is deleted -----------------------------------------------------------------------
+
+/// The catalog is anybody's between the capture and the setting of the pointer.
+TEST(SnapshotServiceBaseline, IsNotSetToASnapshotThatIsDeletedMeanwhile) {
+  std::set<std::string> ends;
+  bool came = true;
+  for (long n = 1; came; ++n) {
+    BaselineScene scene;
+    scene.seen = scene.capture().id;
+    std::string deleted;
+    std::string told;
+    std::string const system = systemFailureOf([&] {
+      came = FaultInjector::before(
+          scene.folder / "store", n,
+          [&] {
+            deleted = reached(scene);
+            if (deleted == "captured") std::filesystem::remove_all(newFolder(scene));
+          },
+          [&] { told = failureOf([&] { scene.capture(scene.seen); }).detail; });
+    });
+    if (deleted != "captured") continue;
+    ends.insert(told.empty() ? system : told);
+    EXPECT_EQ(scene.baseline().id, scene.seen) << "call " << n;
+    EXPECT_EQ(scene.labels(), "What Changed baseline") << "call " << n;
+  }
+  EXPECT_EQ(ends,
+            (std::set<std::string>{"ENOENT metadata.json", "Cannot lock snapshot storage: No such file or directory"}));
 }
 
 // A source that is replaced ------------------------------------------------------------------------
