@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform/DiskFlush.hpp"
 #include "platform/LockedFiles.hpp"
 #include "platform/SystemError.hpp"
 #include "platform/UUID.hpp"
@@ -94,7 +95,7 @@ void AtomicFile::write(std::string_view text) {
 }
 
 void AtomicFile::flush() {
-  if (uninterrupted([&] { return ::fsync(file_); }) != 0) fail("The file cannot be put on the disk");
+  if (!flushFileToDisk(file_)) fail("The file cannot be put on the disk");
   flushed_ = true;
 }
 
@@ -106,8 +107,8 @@ void AtomicFile::publish(Publication publication, std::function<void()> const& l
   close();
   if (lastLook) lastLook();
   rename(publication);
-  // EINVAL is a file system that has no way to flush a folder, EBADF a folder that may be written but not read.
-  if (uninterrupted([&] { return ::fsync(folder_.get()); }) != 0 && errno != EINVAL && errno != EBADF)
+  // EBADF is a folder that may be written but not read.
+  if (!flushFolderToDisk(folder_.get()) && errno != EBADF)
     fail("The file has its name, but its folder cannot be put on the disk");
 }
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "platform/Descriptor.hpp"
+#include "platform/DiskFlush.hpp"
 #include "platform/SystemError.hpp"
 
 namespace tolva {
@@ -50,11 +51,7 @@ void flushFolder(std::filesystem::path const& path) {
     if (errno == EACCES && isFolder(path)) return;  // one that may be written but not read cannot be flushed
     throwFileError("The folder cannot be opened", path);
   }
-  int flushed = -1;
-  do {
-    flushed = ::fsync(folder.get());
-  } while (flushed != 0 && errno == EINTR);
-  if (flushed != 0 && errno != EINVAL) throwFileError("The folder cannot be put on the disk", path);
+  if (!flushFolderToDisk(folder.get())) throwFileError("The folder cannot be put on the disk", path);
 }
 
 }  // namespace tolva

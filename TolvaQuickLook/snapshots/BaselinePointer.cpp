@@ -39,7 +39,9 @@ void BaselinePointer::require(std::optional<UUID> const& expected) const {
     throw DatabaseError("The baseline changed in another window. Refresh What Changed before continuing.");
 }
 
+/// With the folder in which the file stands.
 void BaselinePointer::set(UUID const& id) const {
+  store_.flush();
   writeStoreFile(file(), encodeJSON(PointerRecord{.snapshotID = id}), pointerBytes);
 }
 

@@ -31,7 +31,7 @@ class BaselinePointer {
   void clear() const;
 
  private:
-  std::filesystem::path file() const { return store_.checked(folder_ / "baseline.json"); }
+  std::filesystem::path file() const { return store_.checked(folder_ / SnapshotStore::baselineName); }
 
   SnapshotStore const& store_;
   std::filesystem::path const folder_;

@@ -2,11 +2,11 @@
 #include "snapshots/SnapshotCatalog.hpp"
 
 #include <algorithm>
-#include <system_error>
+#include <exception>
+#include <utility>
 
 #include "core/DatabaseError.hpp"
 #include "platform/CanonicalPath.hpp"
-#include "platform/DurableFolder.hpp"
 #include "platform/FilePath.hpp"
 #include "snapshots/BaselinePointer.hpp"
 #include "snapshots/SnapshotRecord.hpp"
@@ -17,7 +17,7 @@ namespace tolva {
 namespace {
 
 std::filesystem::path databaseIn(SnapshotStore const& store, std::filesystem::path const& folder) {
-  return store.checked(folder / "database.sqlite");
+  return store.checked(folder / SnapshotStore::databaseName);
 }
 
 /// Whether a regular file is there, no link to one. Throws where that cannot be told.
@@ -29,28 +29,18 @@ bool isThere(std::filesystem::path const& path) {
   return std::filesystem::symlink_status(path).type() != std::filesystem::file_type::not_found;
 }
 
-/// Gives a snapshot the name of a staging folder: a crash while it is removed leaves what the next capture or listing
-/// clears away, and never a torn snapshot, which would block the whole history.
-std::filesystem::path movedAside(SnapshotStore const& store, std::filesystem::path const& folder) {
-  std::filesystem::path const parent = folder.parent_path();
-  std::filesystem::path const aside = store.checked(parent / (".partial-" + UUID::make().text()));
-  std::filesystem::rename(folder, aside);
-  try {
-    flushFolder(parent);
-  } catch (...) {
-    std::error_code ignored;
-    std::filesystem::rename(aside, folder, ignored);
-    throw;
-  }
-  return aside;
+/// Removes what a killed `rename` has left beside a record. Nobody is harmed by what stays.
+void dropLeftovers(SnapshotStore const& store, std::filesystem::path const& folder) noexcept try {
+  cleanStaging(store, folder);
+} catch (std::exception const&) {
 }
 
 std::shared_ptr<SnapshotLease const> leaseIn(SnapshotStore const& store, std::filesystem::path const& folder) {
   Snapshot const record = readSnapshotRecord(store, folder);
   std::filesystem::path const database = databaseIn(store, folder);
   if (!isFile(database)) throw DatabaseError("The snapshot database is missing.");
-  StoreLock lock(store.checked(folder / ".lease"), LockKind::shared);
-  return std::make_shared<SnapshotLease const>(record, database, lock.release());
+  StoreLock lock(store.checked(folder / SnapshotStore::leaseName), LockKind::shared);
+  return std::make_shared<SnapshotLease const>(record, database, std::move(lock));
 }
 
 }  // namespace
@@ -75,6 +65,7 @@ Snapshot SnapshotCatalog::rename(Snapshot const& snapshot, std::string_view labe
   std::filesystem::path const folder = store_.directory(snapshot.databaseID, snapshot.id);
   Snapshot renamed = readSnapshotRecord(store_, folder);
   renamed.label = trimmedLabel(label);
+  dropLeftovers(store_, folder);
   return writeSnapshotRecord(store_, folder, renamed);
 }
 
@@ -84,8 +75,8 @@ void SnapshotCatalog::remove(Snapshot const& snapshot) const {
   if (BaselinePointer(store_, folder.parent_path()).id() == record.id)
     throw DatabaseError(
         "This is the What Changed baseline. Clear or replace the baseline in What Changed before deleting it.");
-  StoreLock const unread(store_.checked(folder / ".lease"), LockKind::exclusive);
-  std::filesystem::remove_all(movedAside(store_, folder));
+  StoreLock const unread(store_.checked(folder / SnapshotStore::leaseName), LockKind::exclusive);
+  deleteSnapshotFolder(store_, folder);
 }
 
 // Reading -----------------------------------------------------------------------------------------
@@ -96,13 +87,18 @@ std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(Snapshot const& snap
 
 std::shared_ptr<SnapshotLease const> SnapshotCatalog::lease(std::filesystem::path const& file) const {
   std::filesystem::path const database = store_.checked(holdsNUL(file) ? file : canonicalPath(file));
-  if (database.filename() != "database.sqlite") throw DatabaseError("Not a completed snapshot database.");
-  return lease(readSnapshotRecord(store_, database.parent_path()));
+  if (database.filename() != SnapshotStore::databaseName) throw DatabaseError("Not a completed snapshot database.");
+  Snapshot const record = readSnapshotRecord(store_, database.parent_path());
+  // A copy of a whole folder elsewhere in the store has a record that fits, too.
+  if (store_.directory(record.databaseID, record.id) != database.parent_path())
+    throw DatabaseError("Not a completed snapshot database.");
+  return lease(record);
 }
 
 std::optional<Snapshot> SnapshotCatalog::find(std::string_view databaseID, UUID const& id) const {
   std::filesystem::path const folder = store_.directory(databaseID, id);
-  if (!isThere(store_.checked(folder / "metadata.json")) || !isFile(databaseIn(store_, folder))) return std::nullopt;
+  if (!isThere(store_.checked(folder / SnapshotStore::recordName)) || !isFile(databaseIn(store_, folder)))
+    return std::nullopt;
   return readSnapshotRecord(store_, folder);
 }
 

@@ -7,8 +7,8 @@
 
 namespace tolva {
 
-SnapshotLease::SnapshotLease(Snapshot record, std::filesystem::path database, std::int32_t lock)
-    : snapshot(std::move(record)), databaseURL(std::move(database)), descriptor(lock) {}
+SnapshotLease::SnapshotLease(Snapshot record, std::filesystem::path database, StoreLock&& lock)
+    : snapshot(std::move(record)), databaseURL(std::move(database)), descriptor(lock.release()) {}
 
 SnapshotLease::~SnapshotLease() { StoreLock::unlockAndClose(descriptor); }
 

@@ -9,20 +9,23 @@
 
 namespace tolva {
 
+class StoreLock;
+
 /// A reader's hold on one snapshot, which no process deletes meanwhile. Ends with the object, or with the process.
 ///
 /// Any thread: nothing of it changes. Shared by all who read.
 class TOLVA_EXPORT SnapshotLease {
  public:
-  /// Takes over `descriptor`, which holds the shared lock.
-  SnapshotLease(Snapshot snapshot, std::filesystem::path databaseURL, std::int32_t descriptor);
+  /// Takes over the shared lock.
+  SnapshotLease(Snapshot snapshot, std::filesystem::path databaseURL, StoreLock&& lock);
   ~SnapshotLease();
   SnapshotLease(SnapshotLease const&) = delete;
   SnapshotLease& operator=(SnapshotLease const&) = delete;
 
   Snapshot const snapshot;
   std::filesystem::path const databaseURL;  // the copy, to be opened for reading only
-  std::int32_t const descriptor;            // of the lock; not to be closed by anybody else
+  std::int32_t const
+      descriptor;  // of the lock; not to be closed by anybody else; the last, so that nothing fails behind it
 };
 
 }  // namespace tolva

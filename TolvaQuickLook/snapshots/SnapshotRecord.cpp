@@ -37,7 +37,7 @@ Snapshot withValidTexts(Snapshot snapshot) {
 }  // namespace
 
 Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder) {
-  std::string const text = readStoreFile(store.checked(folder / "metadata.json"), recordBytes);
+  std::string const text = readStoreFile(store.checked(folder / SnapshotStore::recordName), recordBytes);
   Snapshot snapshot = decodeJSON<Snapshot>(readJSON(text));
   if (!belongsTo(folder, snapshot)) throw DatabaseError("Invalid snapshot metadata.");
   return snapshot;
@@ -47,7 +47,7 @@ Snapshot writeSnapshotRecord(SnapshotStore const& store, std::filesystem::path c
                              Snapshot const& snapshot) {
   std::string const text = encodeJSON(withValidTexts(snapshot));
   Snapshot written = decodeJSON<Snapshot>(readJSON(text));
-  writeStoreFile(store.checked(folder / "metadata.json"), text, recordBytes);
+  writeStoreFile(store.checked(folder / SnapshotStore::recordName), text, recordBytes);
   return written;
 }
 

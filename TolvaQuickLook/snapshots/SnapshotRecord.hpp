@@ -15,6 +15,7 @@ namespace tolva {
 
 /// Reads it. Throws `DatabaseError` where it is too large, unsafe or not of this very folder, `JSONError` where it is
 /// no record at all, and `std::filesystem::filesystem_error` where it is missing, no regular file or cannot be read.
+/// Only the last names the file.
 Snapshot readSnapshotRecord(SnapshotStore const& store, std::filesystem::path const& folder);
 
 /// Writes it, whole and on the disk or not at all, and returns it as it will be read: texts are made valid UTF-8, since

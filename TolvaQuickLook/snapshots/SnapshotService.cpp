@@ -44,6 +44,7 @@ Snapshot SnapshotService::capture(std::filesystem::path const& source, std::opti
                                   std::stop_token const& task) {
   checkCancellation(task);
   SnapshotCatalog const catalog(*store_);
+  store_->flush();
   CaptureRequest const request{
       .source = source, .label = label, .progress = progress, .validateSource = validateSource};
   return captureSnapshot(*store_, limits_, request, task);

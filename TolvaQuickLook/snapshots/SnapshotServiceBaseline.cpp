@@ -15,8 +15,8 @@
 #include "snapshots/SnapshotSource.hpp"
 #include "snapshots/SnapshotStore.hpp"
 
-// A capture locks the catalog itself, so these operations let it go before and take it again afterwards. In both
-// moments anybody may change the pointer, which is hence looked at on either side.
+// A capture takes the catalog lock itself, for its whole length. Before and after it the lock is free for a moment, in
+// which others can change the baseline; hence the pointer is looked at on both sides.
 
 namespace tolva {
 namespace {

@@ -15,9 +15,14 @@ namespace tolva {
 // Staging folders lie beside the snapshots of a database, under ".partial-" and a UUID, which no listing shows. Used
 // under the catalog lock. What fails throws `DatabaseError` or the system's own `std::filesystem::filesystem_error`.
 
-/// Deletes what captures have left in `databaseFolder` that were ended by a crash: under the catalog lock nobody else
-/// can be at work there.
-void cleanStaging(SnapshotStore const& store, std::filesystem::path const& databaseFolder);
+/// Deletes what captures, deletions and `writeStoreFile` have left in `folder` that were ended by a crash: under the
+/// catalog lock nobody else can be at work there.
+void cleanStaging(SnapshotStore const& store, std::filesystem::path const& folder);
+
+/// Deletes the snapshot in `folder`, which nobody reads, under the name of a staging folder: a crash leaves what the
+/// next capture or listing clears away, and never a torn snapshot, which would block the whole history. Where it fails
+/// while the snapshot is whole, it has its name again.
+void deleteSnapshotFolder(SnapshotStore const& store, std::filesystem::path const& folder);
 
 /// The hidden folder in which one snapshot is made, for a scope. Deleted when it goes, unless it was published.
 ///
@@ -56,7 +61,7 @@ class SnapshotStaging {
   std::string const name_;
   std::filesystem::path const path_;
   std::filesystem::path const database_;
-  Descriptor const parent_;
+  Descriptor parent_;
   Descriptor folder_;
   bool deletable_ = false;  // whether the disk has the folder under its hidden name for sure, if it has it
 };

@@ -60,9 +60,14 @@ std::filesystem::path SnapshotStore::directory(std::string_view databaseID, UUID
 }
 
 StoreLock SnapshotStore::lockCatalog() const {
-  std::filesystem::path const file = checked(root_ / ".catalog-lock");
+  std::filesystem::path const file = checked(root_ / catalogLockName);
   makeDurableFolder(root_);
   return StoreLock(file, LockKind::exclusive);
+}
+
+void SnapshotStore::flush() const {
+  flushFolder(root_);
+  flushFolder(root_.parent_path());
 }
 
 }  // namespace tolva

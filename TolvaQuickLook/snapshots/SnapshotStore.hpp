@@ -14,14 +14,22 @@ namespace tolva {
 ///     .catalog-lock                        held by whoever works on the store
 ///     <databaseID>/                        everything of one source
 ///     <databaseID>/baseline.json           which snapshot is the baseline
-///     <databaseID>/.partial-<UUID>/        a capture or a deletion under way
+///     <databaseID>/.partial-<UUID>         a capture, a deletion or a new baseline.json under way
 ///     <databaseID>/<id>/database.sqlite    the copy
 ///     <databaseID>/<id>/metadata.json      its record
 ///     <databaseID>/<id>/.lease             held by whoever reads it
+///     <databaseID>/<id>/.partial-<UUID>    a new metadata.json under way
 ///
 /// Every path below the root is checked before it is used. A value: any thread.
 class SnapshotStore {
  public:
+  static constexpr char const* catalogLockName = ".catalog-lock";
+  static constexpr char const* baselineName = "baseline.json";
+  static constexpr char const* databaseName = "database.sqlite";
+  static constexpr char const* recordName = "metadata.json";
+  static constexpr char const* leaseName = ".lease";
+  static constexpr char const* hiddenPrefix = ".partial-";  // and a UUID: under way, or left by a crash
+
   /// Resolves the links of `root` now, whether it exists or not.
   explicit SnapshotStore(std::filesystem::path const& root);
 
@@ -39,6 +47,10 @@ class SnapshotStore {
 
   /// Makes the root, if need be, and takes the lock under which every operation on the store runs.
   StoreLock lockCatalog() const;
+
+  /// Puts the root and the folders of the sources on the disk. Whoever publishes something in one that was there
+  /// already does so: its maker may have been killed before it came to that.
+  void flush() const;
 
  private:
   std::filesystem::path root_;

@@ -5,6 +5,7 @@
 
 #include "platform/AtomicFile.hpp"
 #include "platform/SafeFile.hpp"
+#include "snapshots/SnapshotStore.hpp"
 
 namespace tolva {
 
@@ -19,7 +20,7 @@ std::string readStoreFile(std::filesystem::path const& path, Limit const& limit)
 
 void writeStoreFile(std::filesystem::path const& path, std::string_view text, Limit const& limit) {
   limit.check(static_cast<std::int64_t>(text.size()));
-  AtomicFile file(path, {.mode = 0666});
+  AtomicFile file(path, {.prefix = SnapshotStore::hiddenPrefix, .mode = 0666});
   file.write(text);
   file.publish(Publication::replace);
 }

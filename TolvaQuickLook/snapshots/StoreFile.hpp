@@ -15,7 +15,8 @@ namespace tolva {
 /// Reads a regular file, never a link, and waits for nothing.
 std::string readStoreFile(std::filesystem::path const& path, Limit const& limit);
 
-/// Replaces the file whole and on the disk, or leaves it as it was.
+/// Replaces the file whole and on the disk, or leaves it as it was. A crash leaves a hidden file beside it, which
+/// `cleanStaging` removes.
 void writeStoreFile(std::filesystem::path const& path, std::string_view text, Limit const& limit);
 
 }  // namespace tolva

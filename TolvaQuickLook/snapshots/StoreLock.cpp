@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "core/DatabaseError.hpp"
+#include "platform/FileNode.hpp"
 #include "platform/LockedFiles.hpp"
 
 namespace tolva {
@@ -38,12 +39,21 @@ void requireRegular(int descriptor) {
   if (!S_ISREG(status.st_mode)) failToLock(EINVAL);
 }
 
-void takeLock(int descriptor, LockKind kind) {
-  if (::flock(descriptor, (kind == LockKind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return;
-  if (errno != EWOULDBLOCK) failToLock(errno);
+[[noreturn]] void refuse(LockKind kind) {
   if (kind == LockKind::shared) throw DatabaseError("This snapshot is being deleted. Try again.");
   throw DatabaseError(
       "Snapshot storage is in use. Close open snapshot tabs or wait for the other operation to finish.");
+}
+
+void takeLock(int descriptor, LockKind kind) {
+  if (::flock(descriptor, (kind == LockKind::shared ? LOCK_SH : LOCK_EX) | LOCK_NB) == 0) return;
+  if (errno != EWOULDBLOCK) failToLock(errno);
+  refuse(kind);
+}
+
+/// The lock of a file that has lost its name excludes nobody who comes later.
+void requireNamed(int descriptor, std::filesystem::path const& path, LockKind kind) {
+  if (fileNode(descriptor) != fileNode(AT_FDCWD, path)) refuse(kind);
 }
 
 }  // namespace
@@ -52,8 +62,9 @@ StoreLock::StoreLock(std::filesystem::path const& path, LockKind kind) : descrip
   try {
     requireRegular(descriptor_);
     takeLock(descriptor_, kind);
+    requireNamed(descriptor_, path, kind);
   } catch (...) {
-    LockedFiles::close(descriptor_);
+    unlockAndClose(descriptor_);
     throw;
   }
 }
@@ -65,8 +76,10 @@ StoreLock::~StoreLock() {
 /// A lock belongs to the open file, which a forked child shares until it runs its program: closing alone would leave
 /// it the lock. The file may be a second name of a database that SQLite has open, hence `LockedFiles`.
 void StoreLock::unlockAndClose(int descriptor) noexcept {
+  int const reason = errno;
   ::flock(descriptor, LOCK_UN);
   LockedFiles::close(descriptor);
+  errno = reason;
 }
 
 }  // namespace tolva

@@ -13,7 +13,7 @@ enum class LockKind { shared, exclusive };
 class StoreLock {
  public:
   /// Makes the file, mode 0600, if it is not there. Throws `DatabaseError` where it cannot be opened, is anything but a
-  /// regular file, or is locked by somebody else.
+  /// regular file, is locked by somebody else, or loses its name before it is locked.
   StoreLock(std::filesystem::path const& path, LockKind kind);
   ~StoreLock();
   StoreLock(StoreLock const&) = delete;
@@ -23,7 +23,8 @@ class StoreLock {
   /// Gives the locked descriptor to the caller, who ends it with `unlockAndClose`.
   int release() noexcept { return std::exchange(descriptor_, -1); }
 
-  /// Ends the lock of `descriptor`, at once even where a child that another thread forked still has a copy of it.
+  /// Ends the lock of `descriptor`, at once even where a child that another thread forked still has a copy of it. Leaves `errno`
+  /// as it was.
   static void unlockAndClose(int descriptor) noexcept;
 
  private:

@@ -14,6 +14,7 @@
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/JSONFailure.hpp"
+#include "support/PowerLoss.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
@@ -138,6 +139,20 @@ TEST(BaselinePointer, IsNotTakenForNoneWhereItCannotBeLookedAt) {
   std::filesystem::permissions(scene.place, std::filesystem::perms::none);
   EXPECT_EQ(asUnprivileged(read), "EACCES baseline.json");
   std::filesystem::permissions(scene.place, std::filesystem::perms::all);
+}
+
+TEST(BaselinePointer, IsOnTheDiskWithTheFoldersInWhichItStands) {
+  TemporaryFolder const folder;
+  SnapshotStore const store(folder / "store");
+  auto const make = [&] { std::filesystem::create_directories(store.root() / "source"); };
+  auto const losses =
+      PowerLoss::during(folder.path(), make, [&] { BaselinePointer(store, store.root() / "source").set(first); });
+  for (PowerLoss const& loss : losses) {
+    SCOPED_TRACE(loss.says);
+    auto const found = loss.entries.find("store/source/baseline.json");
+    EXPECT_TRUE(found == loss.entries.end() ? !loss.completed : found->second == firstText);
+  }
+  EXPECT_TRUE(losses.back().completed);
 }
 
 TEST(BaselinePointer, IsOldOrNewWhateverFails) {

@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "snapshots/SnapshotService.hpp"
+#include "snapshots/SnapshotSource.hpp"
 #include "support/NoTask.hpp"
 #include "support/PowerLoss.hpp"
 #include "support/TemporaryDatabase.hpp"
@@ -25,9 +26,11 @@ struct Scene {
   std::vector<Snapshot> history(SnapshotService& of) const { return of.history(database.path(), noTask); }
 
   /// What a person finds after each loss: a history that can be listed, of whole snapshots, and a store that works.
-  void afterEachLoss(std::function<void()> const& operation,
-                     std::function<void(SnapshotService&, std::vector<Snapshot> const&, bool completed)> const& check) {
-    std::vector<PowerLoss> const losses = PowerLoss::during(disk, operation);
+  void afterEachLoss(
+      std::function<void()> const& operation,
+      std::function<void(SnapshotService&, std::vector<Snapshot> const&, bool completed)> const& check,
+      std::function<void()> const& earlier = [] {}) {
+    std::vector<PowerLoss> const losses = PowerLoss::during(disk, earlier, operation);
     EXPECT_GE(losses.size(), 3U);
     for (PowerLoss const& loss : losses) {
       SCOPED_TRACE(loss.says);
@@ -41,6 +44,11 @@ struct Scene {
       create(after);
       EXPECT_EQ(history(after).size(), found.size() + 1);
     }
+  }
+
+  /// What a process leaves that is killed before it has put the folders that it made on the disk.
+  void makeFolders() const {
+    std::filesystem::create_directories(disk / "store" / snapshotSource(database.path()).databaseID);
   }
 
   TemporaryFolder folder;
@@ -70,6 +78,16 @@ TEST_P(SnapshotPowerLoss, LeavesEarlierSnapshotsBesideANewOne) {
       [&](SnapshotService&, std::vector<Snapshot> const& found, bool completed) {
         EXPECT_TRUE((!completed && found == std::vector{earlier}) || found == (std::vector{made, earlier}));
       });
+}
+
+TEST_P(SnapshotPowerLoss, LeavesTheFirstSnapshotInFoldersThatAKilledProcessMade) {
+  Scene scene(GetParam());
+  Snapshot made;
+  scene.afterEachLoss([&] { made = scene.create(scene.service); },
+                      [&](SnapshotService&, std::vector<Snapshot> const& found, bool completed) {
+                        EXPECT_TRUE(found.empty() ? !completed : found == std::vector{made}) << found.size();
+                      },
+                      [&] { scene.makeFolders(); });
 }
 
 INSTANTIATE_TEST_SUITE_P(InEachJournalMode, SnapshotPowerLoss, testing::Values("DELETE", "WAL"),
@@ -118,6 +136,18 @@ TEST(SnapshotPowerLossOfTheCatalog, LeavesTheFirstBaselineOrNone) {
         BaselineSelection const found = after.baseline(scene.database.path(), noTask);
         EXPECT_TRUE((!completed && found == BaselineSelection{}) || found == (BaselineSelection{made.id, made}));
       });
+}
+
+TEST(SnapshotPowerLossOfTheCatalog, LeavesTheFirstBaselineInFoldersThatAKilledProcessMade) {
+  Scene scene("DELETE");
+  Snapshot made;
+  scene.afterEachLoss(
+      [&] { made = scene.service.captureBaseline(scene.database.path(), {}, {}, noTask); },
+      [&](SnapshotService& after, std::vector<Snapshot> const&, bool completed) {
+        BaselineSelection const found = after.baseline(scene.database.path(), noTask);
+        EXPECT_TRUE((!completed && found == BaselineSelection{}) || found == (BaselineSelection{made.id, made}));
+      },
+      [&] { scene.makeFolders(); });
 }
 
 TEST(SnapshotPowerLossOfTheCatalog, LeavesABaselineThatIsClearedOrNone) {

@@ -6,9 +6,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,6 +47,19 @@ TEST(SnapshotService, ListsTheNewestFirst) {
   scene.plant("third", 30);
   scene.plant("first", 10);
   EXPECT_EQ(scene.labels(), "third second first");
+}
+
+TEST(SnapshotService, ListsSnapshotsOfOneMomentInTheOrderOfTheirFolder) {
+  StoreScene scene;
+  std::map<std::string, std::string> labels;  // by the name of the folder
+  for (char const* label : {"a", "b", "c", "d"}) labels[scene.plant(label, 10).id.text()] = label;
+  std::string expected;
+  for (auto const& entry : std::filesystem::directory_iterator(scene.databaseFolder()))
+    expected += (expected.empty() ? "" : " ") + labels[entry.path().filename()];
+  EXPECT_EQ(scene.labels(), expected);
+  scene.plant("newer", 11);
+  scene.plant("older", 9);
+  EXPECT_EQ(scene.labels().substr(0, 6), "newer ");
 }
 
 TEST(SnapshotService, ListsWhatItCreated) {
@@ -104,6 +119,13 @@ TEST(SnapshotService, FailsAsAWholeWhereOneRecordCannotBeRead) {
       {"a record of another folder",
        [](auto const& folder) {
          std::filesystem::rename(folder, folder.parent_path() / "00112233-4455-6677-8899-AABBCCDDEEFF");
+       },
+       "Invalid snapshot metadata."},
+      {"a folder named in lower case",
+       [](auto const& folder) {
+         std::string name = folder.filename();
+         std::ranges::transform(name, name.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
+         std::filesystem::rename(folder, folder.parent_path() / name);
        },
        "Invalid snapshot metadata."},
       {"a file named as a snapshot",
@@ -218,6 +240,21 @@ TEST(SnapshotService, TakesALabelOfAtMost240Bytes) {
   EXPECT_EQ(scene.labels(), std::string(240, 'x'));
 }
 
+TEST(SnapshotService, RemovesWhatAKilledRenamingLeftAndOnlyThat) {
+  StoreScene scene;
+  Snapshot const snapshot = scene.plant("old");
+  auto const left = scene.folderOf(snapshot) / ".partial-00112233-4455-6677-8899-AABBCCDDEEFF";
+  auto const other = scene.folderOf(snapshot) / ".partial-notes";
+  std::ofstream(left) << "half a record";
+  std::ofstream(other) << "notes";
+  scene.service.rename(snapshot, "new");
+  EXPECT_FALSE(std::filesystem::exists(left));
+  EXPECT_TRUE(std::filesystem::remove(other));
+  std::filesystem::create_symlink("elsewhere", left);
+  EXPECT_EQ(scene.service.rename(snapshot, "newer").label, "newer") << "what cannot be removed is in nobody's way";
+  EXPECT_TRUE(std::filesystem::remove(left));
+}
+
 TEST(SnapshotService, NamesASnapshotThatSomebodyReads) {
   StoreScene scene;
   Snapshot const snapshot = scene.plant("old");
@@ -301,6 +338,48 @@ TEST(SnapshotService, LeavesASnapshotThatItMayNotMove) {
             "EACCES");
   std::filesystem::permissions(scene.databaseFolder(), std::filesystem::perms(0700));
   EXPECT_EQ(scene.labels(), "whole");
+}
+
+TEST(SnapshotService, DeletesFoldersThatMayNotBeWritten) {
+  StoreScene scene;
+  scene.folder.openToEverybody();
+  EXPECT_EQ(asUnprivileged([&] {
+              scene.plant("kept", 1);
+              Snapshot const goes = scene.plant("goes", 2);
+              { auto const lease = scene.service.open(goes); }
+              auto const more = scene.folderOf(goes) / "more";
+              std::filesystem::create_directory(more);
+              std::ofstream(more / "file") << "x";
+              for (auto const& path : {more, scene.folderOf(goes)})
+                std::filesystem::permissions(path, std::filesystem::perms(0500));
+              std::string const end = endOf([&] { scene.service.deleteSnapshot(goes); });
+              return end + ", " + scene.labels();
+            }),
+            "(nothing failed), kept");
+  EXPECT_EQ(scene.hidden(), std::vector<std::string>());
+}
+
+/// What belongs to another user and is not empty stays, whatever the owner of the store may do.
+TEST(SnapshotService, ListsASnapshotThatItCannotDeleteAndGoesOn) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs a second user";
+  StoreScene scene;
+  scene.folder.openToEverybody();
+  auto const plant = [&] { return scene.plant("kept", 1).id.text() + " " + scene.plant("stays", 2).id.text(); };
+  std::string const ids = asUnprivileged(plant);
+  Snapshot stays;
+  stays.databaseID = scene.databaseID();
+  stays.id = UUID::parse(ids.substr(37)).value();
+  std::filesystem::create_directory(scene.folderOf(stays) / "foreign");
+  std::ofstream(scene.folderOf(stays) / "foreign" / "file") << "x";
+  EXPECT_EQ(asUnprivileged([&] {
+              std::string const end = endOf([&] { scene.service.deleteSnapshot(stays); }).substr(0, 6);
+              scene.service.captureBaseline(scene.database.path(), {}, {}, noTask);
+              scene.service.create(scene.database.path(), "new", {}, {}, noTask);
+              auto const lease = scene.service.open(stays);
+              return end + ", " + scene.labels() + ", " + rowsAsText(lease->databaseURL, "SELECT a FROM t");
+            }),
+            "EACCES, new What Changed baseline stays kept, 1");
+  EXPECT_EQ(scene.hidden(), std::vector<std::string>());
 }
 
 // The whole store ---------------------------------------------------------------------------------

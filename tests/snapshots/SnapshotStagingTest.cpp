@@ -9,6 +9,7 @@
 #include <optional>
 #include <sstream>
 
+#include "snapshots/DescriptorLimit.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/SystemFailure.hpp"
@@ -133,6 +134,64 @@ TEST(SnapshotStaging, DeletesNothingBeforeTheHiddenNameIsOnTheDisk) {
   EXPECT_TRUE(calls.trace().starts_with("fsync unlink")) << calls.trace();
 }
 
+TEST(SnapshotStaging, CleansFoldersThatMayNotBeWritten) {
+  Scene scene;
+  scene.folder.openToEverybody();
+  EXPECT_EQ(asUnprivileged([&] {
+              SnapshotStore const own(scene.folder / "own");
+              auto const place = own.root() / std::string(64, 'b');
+              auto const left = place / (".partial-" + UUID::make().text());
+              std::filesystem::create_directories(left / "deep/deeper");
+              std::ofstream(left / "deep/deeper/file") << "x";
+              for (auto const& path : {left / "deep/deeper", left / "deep", left}) {
+                ::chmod(path.c_str(), path == left ? 0500 : 0);
+              }
+              cleanStaging(own, place);
+              return std::string(std::filesystem::is_empty(place) ? "empty" : "not empty");
+            }),
+            "empty");
+}
+
+// Deletion ----------------------------------------------------------------------------------------
+
+TEST(SnapshotStaging, DeletesTheDatabaseAndTheRecordLast) {
+  Scene const scene;
+  auto const folder = scene.add(UUID::make().text());
+  for (char const* name : {"metadata.json", ".lease", "stranger"}) std::ofstream(folder / name) << "x";
+  std::vector<std::string> seen;
+  for (long n = 1;; ++n) {
+    std::function<void()> const look = [&] {
+      std::string names;
+      auto const aside = *std::filesystem::directory_iterator(scene.source);
+      for (char const* name : {"stranger", ".lease", "database.sqlite", "metadata.json"}) {
+        if (std::filesystem::exists(aside.path() / name)) names += std::string(names.empty() ? "" : " ") + name;
+      }
+      if (seen.empty() || seen.back() != names) seen.push_back(names);
+    };
+    auto const copy = scene.source / UUID::make().text();
+    if (std::filesystem::exists(folder)) std::filesystem::rename(folder, copy);
+    std::filesystem::create_directories(copy);
+    for (char const* name : {"metadata.json", ".lease", "stranger", "database.sqlite"})
+      std::ofstream(copy / name) << "x";
+    if (!FaultInjector::before(scene.source, n, look, [&] { deleteSnapshotFolder(scene.store, copy); })) break;
+  }
+  ASSERT_GE(seen.size(), 3U);
+  EXPECT_EQ(seen[seen.size() - 3], "database.sqlite metadata.json") << "when all else is gone";
+  EXPECT_EQ(seen[seen.size() - 2], "metadata.json");
+  EXPECT_EQ(seen.back(), "");
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(SnapshotStaging, GivesASnapshotThatItCannotDeleteItsNameBackOnTheDisk) {
+  Scene const scene;
+  auto const folder = scene.add(UUID::make().text());
+  FaultInjector const calls(scene.source, {.at = 2, .error = EIO});
+  EXPECT_EQ(systemFailureOf([&] { deleteSnapshotFolder(scene.store, folder); }),
+            "EIO " + scene.source.filename().string());
+  EXPECT_EQ(calls.trace(), "rename fsync rename fsync");
+  EXPECT_EQ(scene.names(), Names{folder.filename()});
+}
+
 // Life --------------------------------------------------------------------------------------------
 
 TEST(SnapshotStaging, IsAHiddenFolderForItsOwner) {
@@ -160,6 +219,17 @@ TEST(SnapshotStaging, GoesWithAllThatIsInIt) {
     SnapshotStaging const staging(scene.store, scene.source);
     write(staging);
     std::filesystem::create_directories(staging.path() / "deep/deeper");
+  }
+  EXPECT_EQ(scene.names(), Names{});
+}
+
+TEST(SnapshotStaging, GoesWhereTheProcessHasNoMoreDescriptors) {
+  Scene const scene;
+  std::optional<SnapshotStaging> staging(std::in_place, scene.store, scene.source);
+  write(*staging);
+  {
+    DescriptorLimit const none(0);
+    staging.reset();
   }
   EXPECT_EQ(scene.names(), Names{});
 }
@@ -221,6 +291,28 @@ TEST(SnapshotStaging, FlushesTheDatabaseAndBothFolders) {
   staging.flush();
   staging.publish(UUID::make());
   EXPECT_EQ(calls.trace(), "fchmodat fsync fsync renameat2 fsync");
+}
+
+TEST(SnapshotStaging, MustHaveItsDatabaseOnTheDiskAndItsFolderWhereThatCanBe) {
+  struct {
+    long call;  // the flush of the database, the one of the folder
+    int error;
+    char const* failure;
+  } const cases[] = {
+      {1, EINVAL, "EINVAL database.sqlite"},
+      {1, EIO, "EIO database.sqlite"},
+      {2, EINVAL, "(nothing failed)"},
+      {2, EIO, "EIO .partial-"},
+  };
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.failure);
+    Scene const scene;
+    SnapshotStaging staging(scene.store, scene.source);
+    write(staging);
+    EXPECT_TRUE(FaultInjector::failing(scene.source, each.call, each.error, /*persistent=*/false, [&] {
+      EXPECT_TRUE(systemFailureOf([&] { staging.flush(); }).starts_with(each.failure));
+    }));
+  }
 }
 
 TEST(SnapshotStaging, IsWholeOrGoneWhateverFailsInItsPublication) {

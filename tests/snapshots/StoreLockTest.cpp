@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "snapshots/StoreLock.hpp"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -23,6 +28,20 @@
 #include "support/TemporaryDatabase.hpp"
 #include "support/TemporaryFolder.hpp"
 #include "support/Unprivileged.hpp"
+
+namespace {
+
+std::function<void(int operation)> beforeLocking;  // what happens just before a call of flock
+
+}  // namespace
+
+#pragma GCC visibility push(default)
+extern "C" int flock(int descriptor, int operation) noexcept {
+  static auto const next = reinterpret_cast<decltype(&::flock)>(::dlsym(RTLD_NEXT, "flock"));
+  if (beforeLocking) beforeLocking(operation);
+  return next(descriptor, operation);
+}
+#pragma GCC visibility pop
 
 namespace tolva {
 namespace {
@@ -90,6 +109,51 @@ TEST(StoreLock, IsFreeWhenItsHolderIsKilled) {
   EXPECT_EQ(failureOf([&] { StoreLock(folder / "lock", LockKind::exclusive); }), inUse);
   other.kill();
   StoreLock const lock(folder / "lock", LockKind::exclusive);
+}
+
+TEST(StoreLock, IsNoLockOfAFileThatHasLostItsName) {
+  struct {
+    char const* says;
+    std::function<void(std::filesystem::path const&)> harm;
+  } const cases[] = {
+      {"removed", [](auto const& file) { std::filesystem::remove(file); }},
+      {"moved", [](auto const& file) { std::filesystem::rename(file, file.string() + "-moved"); }},
+      {"exchanged",
+       [](auto const& file) {
+         std::filesystem::rename(file, file.string() + "-old");
+         std::ofstream(file) << "x";
+       }},
+      {"exchanged for a link to it",
+       [](auto const& file) {
+         std::filesystem::rename(file, file.string() + "-old");
+         std::filesystem::create_symlink(file.string() + "-old", file);
+       }},
+  };
+  for (auto const& now : cases) {
+    SCOPED_TRACE(now.says);
+    for (auto const& [kind, refusal] : {std::pair(LockKind::exclusive, inUse), {LockKind::shared, beingDeleted}}) {
+      TemporaryFolder const folder;
+      long const open = openDescriptors();
+      bool harmed = false;
+      beforeLocking = [&](int operation) {
+        if (operation != LOCK_UN && !std::exchange(harmed, true)) now.harm(folder / "lock");
+      };
+      EXPECT_EQ(failureOf([&] { StoreLock(folder / "lock", kind); }), refusal);
+      beforeLocking = {};
+      EXPECT_TRUE(harmed);
+      EXPECT_EQ(openDescriptors(), open);
+    }
+  }
+}
+
+TEST(StoreLock, EndsWithoutATraceInErrno) {
+  TemporaryFolder const folder;
+  auto lock = std::make_unique<StoreLock>(folder / "lock", LockKind::exclusive);
+  beforeLocking = [](int) { errno = EIO; };
+  errno = ENOENT;
+  lock.reset();
+  EXPECT_EQ(errno, ENOENT);
+  beforeLocking = {};
 }
 
 TEST(StoreLock, IsInheritedByNoProgram) {

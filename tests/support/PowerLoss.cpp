@@ -156,7 +156,14 @@ class Recorder {
 }  // namespace
 
 std::vector<PowerLoss> PowerLoss::during(std::filesystem::path const& folder, std::function<void()> const& operation) {
+  return during(
+      folder, [] {}, operation);
+}
+
+std::vector<PowerLoss> PowerLoss::during(std::filesystem::path const& folder, std::function<void()> const& earlier,
+                                         std::function<void()> const& operation) {
   Recorder recorder(folder);
+  earlier();
   std::function<void(char const*, int)> const watch = [&](char const* call, int descriptor) {
     recorder.before(call, descriptor);
   };

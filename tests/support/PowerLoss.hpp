@@ -29,6 +29,10 @@ struct PowerLoss {
   /// The files are read while they are in use: locks that this very process has on them are lost.
   static std::vector<PowerLoss> during(std::filesystem::path const& folder, std::function<void()> const& operation);
 
+  /// The same where `earlier` was done before and nothing of it has reached the disk by itself.
+  static std::vector<PowerLoss> during(std::filesystem::path const& folder, std::function<void()> const& earlier,
+                                       std::function<void()> const& operation);
+
   /// Makes `folder`, which is emptied if it is there, hold this.
   void restore(std::filesystem::path const& folder) const;
 };

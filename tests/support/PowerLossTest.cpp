@@ -50,6 +50,14 @@ TEST(PowerLoss, KeepsWhatWasFlushedAndMayLoseItsName) {
   EXPECT_EQ(statesOf(losses, true), (std::set<std::string>{"", "a=text"}));
 }
 
+TEST(PowerLoss, LosesWhatWasDoneEarlierAndNeverFlushed) {
+  TemporaryFolder const folder;
+  auto const make = [&] { std::filesystem::create_directory(folder / "a"); };
+  auto const losses =
+      PowerLoss::during(folder.path(), make, [&] { overwrite(folder / "a" / "b", "text", /*flush=*/true); });
+  EXPECT_EQ(statesOf(losses, true), (std::set<std::string>{"", "a/", "a/ a/b=text"}));
+}
+
 TEST(PowerLoss, TearsAFileThatTakesANameUnflushed) {
   TemporaryFolder const folder;
   folder.write("a", "old");
