@@ -30,7 +30,8 @@ class OnlineBackup {
   // The results are SQLite's codes, extended ones included.
 
   /// Copies up to `pages` pages under one lock on the source. `SQLITE_OK` when there are more, `SQLITE_DONE` at the
-  /// end; `SQLITE_BUSY` and `SQLITE_LOCKED` may pass, all other failures stay.
+  /// end; `SQLITE_BUSY` and `SQLITE_LOCKED` may pass, all other failures stay. So do their extended codes, as the one
+  /// while another process recovers a log: to SQLite the backup has failed then.
   int step(int pages);
 
   /// Of the source, as the last step saw it; 0 before the first one.

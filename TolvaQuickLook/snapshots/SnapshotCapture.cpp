@@ -4,12 +4,21 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
 #include <utility>
 
+#include "core/DatabaseError.hpp"
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "core/SQLiteValue.hpp"
 #include "platform/DurableFolder.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "platform/UUID.hpp"
 #include "snapshots/SnapshotCopy.hpp"
 #include "snapshots/SnapshotRecord.hpp"
 #include "snapshots/SnapshotSize.hpp"
@@ -91,17 +100,22 @@ class Capture {
 
   void copySource(SnapshotStaging const& staging) {
     auto const source = SQLiteConnection::open(source_.path, {.readOnly = true});
-    requireSpace(inStage("Reading source size: ", [&] { return estimateSnapshot(*source, store_.root(), limits_); }));
+    SnapshotEstimate const estimate =
+        inStage("Reading source size: ", [&] { return estimateSnapshot(*source, store_.root(), limits_); });
+    requireSpace(estimate);
     inStage("Reading source journal mode: ", [&] {
       snapshot_.pageSize = pageSizeOf(*source);
       snapshot_.journalMode = journalModeOf(*source);
     });
-    copyPages(*source, staging);
-    requireSameSource(*source);
+    std::int64_t const pages = copyPages(*source, staging);
+    checkCancellation(task_);
+    bool const same = isSameFile(*source);
+    if (same && (estimate.bytes == 0 || !wasEmptied(pages))) return;
+    throw DatabaseError("The source file was replaced during capture. Refresh the database and try again.");
   }
 
-  void copyPages(SQLiteConnection& source, SnapshotStaging const& staging) try {
-    copySnapshot(
+  std::int64_t copyPages(SQLiteConnection& source, SnapshotStaging const& staging) try {
+    return copySnapshot(
         source, staging, limits_, request_.progress, [&] { validation_.run(); }, task_);
   } catch (DatabaseError const& error) {
     if (validation_.failed()) throw;
@@ -110,13 +124,17 @@ class Capture {
 
   /// SQLite copies on from the file that it has open when another one takes its name. It is asked, too, whether that
   /// is the file: its name may have led elsewhere for a while.
-  void requireSameSource(SQLiteConnection const& source) const {
-    checkCancellation(task_);
+  bool isSameFile(SQLiteConnection const& source) const {
     int moved = 0;
     bool const same = snapshotSource(request_.source).sourceIdentity == source_.sourceIdentity;
     sqlite3_file_control(source.handle(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
-    if (same && !moved) return;
-    throw DatabaseError("The source file was replaced during capture. Refresh the database and try again.");
+    return same && !moved;
+  }
+
+  /// A database that has had pages never gets rid of the last one: somebody is writing the file anew. SQLite takes it
+  /// for an empty database meanwhile, and would copy that.
+  bool wasEmptied(std::int64_t pagesCopied) const {
+    return pagesCopied == 0 || std::filesystem::file_size(source_.path) == 0;
   }
 
   void describe(SnapshotStaging const& staging) {

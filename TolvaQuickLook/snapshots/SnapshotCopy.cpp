@@ -4,14 +4,17 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
 
+#include "core/DatabaseError.hpp"
 #include "core/OnlineBackup.hpp"
 #include "core/OpenDatabases.hpp"
 #include "platform/FileNode.hpp"
+#include "platform/TaskCancellation.hpp"
 #include "platform/Uptime.hpp"
 
 namespace tolva {
@@ -20,8 +23,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int pagesPerStep = 256;       // the source is locked for one step at a time
-constexpr int sourcePatience = 50;      // milliseconds that a step waits for a lock on the source, and
-constexpr auto pauseForLock = 20ms;     // the time to the next step
+constexpr int sourcePatience = 50;      // milliseconds for a lock on the source, which SQLite waits once in a backup,
+constexpr auto pauseForLock = 20ms;     // and the time to the next step
 constexpr auto betweenReports = 0.15s;  // of progress, but for the last one
 
 /// SQLite opens a file by its path, which may lead elsewhere by now: what is published must be what was copied into.
@@ -76,9 +79,11 @@ class Steps {
     return true;
   }
 
-  void finish() {
+  /// Returns the pages of the source.
+  std::int64_t finish() {
     int const finished = backup_.finish();
     if (finished != SQLITE_OK) throw failureOf(copy_, finished);
+    return backup_.pageCount();
   }
 
  private:
@@ -106,9 +111,9 @@ class Steps {
 
 }  // namespace
 
-void copySnapshot(SQLiteConnection& source, SnapshotStaging const& staging, SnapshotLimits const& limits,
-                  SnapshotProgressReport const& progress, SourceValidation const& validateSource,
-                  std::stop_token const& task) {
+std::int64_t copySnapshot(SQLiteConnection& source, SnapshotStaging const& staging, SnapshotLimits const& limits,
+                          SnapshotProgressReport const& progress, SourceValidation const& validateSource,
+                          std::stop_token const& task) {
   auto const copy = openDestination(staging, limits);
   sqlite3_busy_timeout(source.handle(), sourcePatience);
   Steps steps(source, *copy, limits, progress);
@@ -116,9 +121,10 @@ void copySnapshot(SQLiteConnection& source, SnapshotStaging const& staging, Snap
     if (validateSource) validateSource();
     checkCancellation(task);
   } while (steps.next());
-  steps.finish();
+  std::int64_t const pages = steps.finish();
   checkCancellation(task);
   copy->execute("PRAGMA journal_mode=DELETE");  // a copy of a database in WAL mode is in it as well
+  return pages;
 }
 
 }  // namespace tolva

@@ -11,7 +11,7 @@ namespace tolva {
 struct SnapshotLimits {
   std::chrono::duration<double> timeout{300.0};          // of one copy, in seconds
   std::optional<std::int64_t> availableBytesOverride{};  // in place of the free bytes of the store's file system
-  std::optional<std::int64_t> destinationPageLimit{};    // pages that the copy may have
+  std::optional<std::int64_t> destinationPageLimit{};    // pages that the copy may have; 0 or less is no limit
 };
 
 }  // namespace tolva

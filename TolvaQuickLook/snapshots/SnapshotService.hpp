@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -31,25 +29,27 @@ namespace tolva {
 class SnapshotStore;
 
 /// Told how far a copy is, about six times a second and at its end. It is called by the operation, in its turn, so it
-/// may not call the service. What it throws ends the capture as a failure does. May be empty.
+/// may call no serial service at all, this one or another: `Turn` ends the program otherwise. It may take plain locks.
+/// What it throws ends the capture as a failure does. May be empty.
 using SnapshotProgressReport = std::function<void(SnapshotProgress const&)>;
 
 /// Throws when the caller's own view of the source holds no longer; what it throws ends the capture and is told as it
-/// stands. Called several times, the last time just before the snapshot enters the store; not to call the service. May
-/// be empty.
+/// stands. Called several times, the last time just before the snapshot enters the store, and bound as the report of
+/// progress is: what it looks at is kept where a plain lock will do. May be empty.
 using SourceValidation = std::function<void()>;
 
 /// The private store of read-only copies of databases, and the baseline from which a person asks what changed.
 ///
-/// A serial service: each operation waits for its turn and blocks until it is done, so call it from a worker thread.
+/// A serial service: each operation waits for its turn, which a capture may have for minutes, and blocks until it is
+/// done, so call it from a worker thread. A task that is cancelled waits as well; it is looked at in the turn.
 /// One operation at a time has the store among all processes, too; nothing waits for another process: whoever comes
 /// second fails at once with "Snapshot storage is in use. Close open snapshot tabs or wait for the other operation to
 /// finish." A capture has the store for its whole length.
 ///
 /// A copy stands in a hidden folder until it is complete and on the disk; it then enters the store by one move, and its
-/// database never changes again. All operations make the store if it is not there. They throw `DatabaseError`,
-/// `TaskCancelled`, the system's own `std::filesystem::filesystem_error` where a file cannot be read or written, and
-/// `JSONError` where a record of the store is none.
+/// database never changes again. All operations whose task is not cancelled already make the store if it is not there.
+/// They throw `DatabaseError`, `TaskCancelled`, the system's own `std::filesystem::filesystem_error` where a file
+/// cannot be read or written, and `JSONError` where a record of the store is none, which does not name the file.
 class TOLVA_EXPORT SnapshotService {
  public:
   /// The one on the user's own store, made at the first call. Throws where the user has no home.
@@ -66,14 +66,17 @@ class TOLVA_EXPORT SnapshotService {
 
   // Taking snapshots ---------------------------------------------------------------------------
 
-  /// What a snapshot of `source` would take, and what there is.
+  /// What a snapshot of `source` would take, and what there is. The companions of a database in WAL mode are made as by
+  /// `create`.
   SnapshotEstimate estimate(std::filesystem::path const& source, std::stop_token task);
 
   /// Copies the database at `source` as it is at one moment, while others may read and write it. A `label` is trimmed;
   /// without one left there is none, and more than 240 bytes are refused.
   ///
   /// Pages are copied 256 at a time, the source locked for that long; the copy starts again when another process
-  /// commits in between, and gives up after `timeout`. The source is not written to.
+  /// commits in between, and gives up after `timeout`. The source is not written to. So one whose journal a crash has
+  /// left behind is refused, until a program that may write opens it. Where SQLite may write in the folder,
+  /// reading a database in WAL mode makes its companions and leaves them there.
   Snapshot create(std::filesystem::path const& source, std::optional<std::string> const& label,
                   SnapshotProgressReport const& progress, SourceValidation const& validateSource, std::stop_token task);
 

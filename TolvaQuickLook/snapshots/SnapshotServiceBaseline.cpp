@@ -1,8 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "snapshots/SnapshotService.hpp"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
 #include "core/DatabaseError.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "platform/UUID.hpp"
 #include "snapshots/BaselinePointer.hpp"
 #include "snapshots/SnapshotCatalog.hpp"
-#include "snapshots/SnapshotService.hpp"
 #include "snapshots/SnapshotSource.hpp"
 #include "snapshots/SnapshotStore.hpp"
 

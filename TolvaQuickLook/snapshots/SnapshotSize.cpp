@@ -9,7 +9,9 @@
 #include <optional>
 #include <string_view>
 
+#include "core/DatabaseError.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "core/SQLiteValue.hpp"
 
 namespace tolva {
 namespace {

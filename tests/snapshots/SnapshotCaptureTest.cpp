@@ -1,26 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "snapshots/SnapshotCapture.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <functional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
-#include <string_view>
-#include <thread>
 
-#include "core/MemoryBudget.hpp"
 #include "platform/JSONCodec.hpp"
+#include "snapshots/SnapshotService.hpp"
+#include "snapshots/Untouched.hpp"
 #include "support/CaptureScene.hpp"
 #include "support/Descriptors.hpp"
 #include "support/Failure.hpp"
-#include "support/FaultInjector.hpp"
 #include "support/SQLitePeer.hpp"
 #include "support/SystemFailure.hpp"
-#include "support/Unprivileged.hpp"
 
 namespace tolva {
 namespace {
@@ -32,21 +29,6 @@ unsigned modeOf(std::filesystem::path const& path) {
   struct stat status {};
   EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
   return status.st_mode & 0777;
-}
-
-Names namesIn(std::filesystem::path const& folder) {
-  Names names;
-  for (auto const& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
-  std::ranges::sort(names);
-  return names;
-}
-
-/// That a capture that failed has left nothing, and that the next one goes well.
-void expectUntouched(CaptureScene const& scene) {
-  EXPECT_EQ(scene.names(), Names{});
-  EXPECT_EQ(SQLitePeer(scene.database.path()).exec("BEGIN EXCLUSIVE"), "ok") << "a lock is left";
-  Snapshot const next = scene.capture();
-  EXPECT_EQ(scene.names(), Names{next.id.text()});
 }
 
 // What is captured --------------------------------------------------------------------------------
@@ -166,6 +148,30 @@ TEST(SnapshotCapture, LeavesItsSourceAsItIs) {
   EXPECT_EQ(scene.folder.names(), (Names{"a.db", "store"}));
 }
 
+/// Reading a log needs its index, so the companions of a database that nobody has open appear beside it.
+TEST(SnapshotCapture, LeavesADatabaseInWALModeWithItsCompanions) {
+  struct {
+    std::string says;
+    std::function<void(SnapshotService&, CaptureScene const&)> read;
+  } const cases[] = {
+      {"estimate",
+       [](SnapshotService& service, CaptureScene const& scene) { service.estimate(scene.database.path(), noTask); }},
+      {"create", [](SnapshotService& service,
+                    CaptureScene const& scene) { service.create(scene.database.path(), {}, {}, {}, noTask); }},
+  };
+  for (auto const& each : cases) {
+    SCOPED_TRACE(each.says);
+    CaptureScene const scene("PRAGMA journal_mode = WAL;" + manyPages);
+    std::string const content = scene.folder.read("a.db");
+    ASSERT_EQ(scene.folder.names(), Names{"a.db"});
+    SnapshotService service(scene.store.root());
+    each.read(service, scene);
+    EXPECT_EQ(scene.folder.names(), (Names{"a.db", "a.db-shm", "a.db-wal", "store"}));
+    EXPECT_TRUE(scene.folder.read("a.db") == content);
+    EXPECT_EQ(scene.folder.read("a.db-wal"), "");
+  }
+}
+
 TEST(SnapshotCapture, LeavesNoDescriptorAndNoLock) {
   CaptureScene const scene(manyPages);
   scene.capture();
@@ -272,436 +278,6 @@ TEST(SnapshotCapture, TellsTheCallersFailureAsItStands) {
     EXPECT_EQ(scene.names(), Names{});
   }
   expectUntouched(scene);
-}
-
-// Progress ----------------------------------------------------------------------------------------
-
-TEST(SnapshotCapture, TellsItsProgressAtTheEnd) {
-  CaptureScene const scene;
-  std::vector<SnapshotProgress> told;
-  scene.capture({.progress = [&](SnapshotProgress const& progress) { told.push_back(progress); }});
-  EXPECT_EQ(told, (std::vector<SnapshotProgress>{{.copiedPages = 2, .totalPages = 2}}));
-}
-
-TEST(SnapshotCapture, TellsItsProgressAboutSixTimesASecond) {
-  CaptureScene const scene(manyPages);
-  std::int64_t const pages = std::stoll(scene.database.rows("PRAGMA page_count"));
-  std::vector<SnapshotProgress> told;
-  auto const note = [&](SnapshotProgress const& progress) { told.push_back(progress); };
-  scene.capture({.progress = note, .validateSource = [] { std::this_thread::sleep_for(160ms); }});
-  EXPECT_EQ(told, (std::vector<SnapshotProgress>{{256, pages}, {512, pages}, {pages, pages}}));
-}
-
-TEST(SnapshotCapture, EndsWhenTheReportOfProgressFails) {
-  CaptureScene const scene;
-  EXPECT_THROW(scene.capture({.progress = [](auto const&) { throw std::runtime_error("no"); }}), std::runtime_error);
-  EXPECT_EQ(failureOf([&] { scene.capture({.progress = [](auto const&) { throw DatabaseError("no", 5); }}); }),
-            DatabaseError("Copying snapshot: no", 5));
-  expectUntouched(scene);
-}
-
-// Cancelling --------------------------------------------------------------------------------------
-
-TEST(SnapshotCapture, EndsOnceItsTaskIsCancelled) {
-  CaptureScene const scene(manyPages);
-  for (int cancelling = 1; cancelling <= 4; ++cancelling) {
-    SCOPED_TRACE(cancelling);
-    std::stop_source task;
-    int calls = 0;
-    auto const check = [&] {
-      if (++calls == cancelling) task.request_stop();
-    };
-    EXPECT_THROW(scene.capture({.validateSource = check, .task = task.get_token()}), TaskCancelled);
-    EXPECT_EQ(calls, std::max(cancelling, 2));  // a task that is cancelled at first is noticed in the copying
-  }
-  expectUntouched(scene);
-}
-
-TEST(SnapshotCapture, EndsWhenItsTaskIsCancelledFromTheReportOfItsLastStep) {
-  CaptureScene const scene;
-  std::stop_source task;
-  EXPECT_THROW(scene.capture({.progress = [&](auto const&) { task.request_stop(); }, .task = task.get_token()}),
-               TaskCancelled);
-  expectUntouched(scene);
-}
-
-/// What comes behind the copying is seen by its calls to the system; the database is protected last.
-TEST(SnapshotCapture, LooksAtItsTaskOnceMoreBeforeTheLastCheck) {
-  CaptureScene const scene;
-  scene.capture();
-  std::istringstream trace([&] {
-    FaultInjector const calls(scene.store.root());
-    scene.capture();
-    return calls.trace();
-  }());
-  long number = 1;
-  for (std::string call; trace >> call && call != "fchmodat";) ++number;
-  std::stop_source task;
-  int calls = 0;
-  auto const capture = [&] {
-    EXPECT_THROW(scene.capture({.validateSource = [&] { ++calls; }, .task = task.get_token()}), TaskCancelled);
-  };
-  EXPECT_TRUE(FaultInjector::before(
-      scene.store.root(), number, [&] { task.request_stop(); }, capture));
-  EXPECT_EQ(calls, 2);
-  EXPECT_EQ(scene.names().size(), 2U);
-}
-
-/// The check comes behind the last look at the task: the move is the commit.
-TEST(SnapshotCapture, IsKeptWhenItsTaskIsCancelledFromTheLastCheck) {
-  CaptureScene const scene;
-  std::stop_source task;
-  int calls = 0;
-  auto const check = [&] {
-    if (++calls == 3) task.request_stop();
-  };
-  Snapshot const made = scene.capture({.validateSource = check, .task = task.get_token()});
-  EXPECT_EQ(scene.names(), Names{made.id.text()});
-}
-
-TEST(SnapshotCapture, EndsWhenAnotherThreadCancelsItAtALock) {
-  CaptureScene const scene(manyPages);
-  SQLitePeer peer(scene.database.path());
-  std::stop_source task;
-  std::jthread canceller;
-  int calls = 0;
-  auto const check = [&] {
-    if (++calls == 2) {
-      ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
-    }
-    if (calls == 4) canceller = std::jthread([&] { task.request_stop(); });
-  };
-  EXPECT_THROW(scene.capture({.validateSource = check, .task = task.get_token()}), TaskCancelled);
-  ASSERT_EQ(peer.exec("COMMIT"), "ok");
-  expectUntouched(scene);
-}
-
-// Space -------------------------------------------------------------------------------------------
-
-TEST(SnapshotCapture, NeedsRoomForTheCopyAndMore) {
-  CaptureScene const scene;
-  std::int64_t const needed = 2 * 4096 + 16'777'216;
-  EXPECT_EQ(
-      failureOf([&] { scene.capture({.limits = {.availableBytesOverride = needed - 1}}); }),
-      DatabaseError(
-          "Not enough free space for this snapshot. Delete unwanted snapshots or free disk space and try again."));
-  EXPECT_EQ(scene.names(), Names{});
-  Snapshot const made = scene.capture({.limits = {.availableBytesOverride = needed}});
-  EXPECT_EQ(scene.names(), Names{made.id.text()});
-}
-
-TEST(SnapshotCapture, StopsAtTheLimitOfPages) {
-  CaptureScene const scene(manyPages);
-  std::int64_t const pages = std::stoll(scene.database.rows("PRAGMA page_count"));
-  EXPECT_EQ(failureOf([&] { scene.capture({.limits = {.destinationPageLimit = pages - 1}}); }),
-            DatabaseError("Copying snapshot: database or disk is full", SQLITE_FULL));
-  EXPECT_EQ(scene.names(), Names{});
-  scene.capture({.limits = {.destinationPageLimit = pages}});
-  EXPECT_EQ(scene.snapshots().size(), 1U);
-}
-
-// Time --------------------------------------------------------------------------------------------
-
-std::string const timedOut =
-    "Copying snapshot: Snapshot capture timed out. The database may be changing continuously; try again when it is "
-    "less busy.";
-
-TEST(SnapshotCapture, HasNoTimeAtAll) {
-  CaptureScene const scene;
-  for (double const seconds : {0.0, -1.0}) {
-    int calls = 0;
-    EXPECT_EQ(failureOf([&] {
-                scene.capture({.validateSource = [&] { ++calls; },
-                               .limits = {.timeout = std::chrono::duration<double>(seconds)}});
-              }),
-              DatabaseError(timedOut));
-    EXPECT_EQ(calls, 2);
-  }
-  expectUntouched(scene);
-}
-
-TEST(SnapshotCapture, GivesUpALockedSource) {
-  CaptureScene const scene(manyPages);
-  SQLitePeer peer(scene.database.path());
-  int calls = 0;
-  auto const check = [&] {
-    if (++calls == 2) {
-      ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
-    }
-  };
-  EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check, .limits = {.timeout = 0.4s}}); }),
-            DatabaseError(timedOut));
-  EXPECT_GE(calls, 3);  // after each step that found the lock
-  ASSERT_EQ(peer.exec("COMMIT"), "ok");
-  expectUntouched(scene);
-}
-
-TEST(SnapshotCapture, GoesOnOnceALockHasPassed) {
-  CaptureScene const scene(manyPages);
-  SQLitePeer peer(scene.database.path());
-  int calls = 0;
-  auto const check = [&] {
-    ++calls;
-    if (calls == 3) {
-      ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
-    }
-    if (calls == 5) {
-      ASSERT_EQ(peer.exec("COMMIT"), "ok");
-    }
-  };
-  Snapshot const made = scene.capture({.validateSource = check});
-  EXPECT_EQ(calls, 7);  // two of them in place of a step that the lock prevented
-  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM t; PRAGMA integrity_check"), "600\nok");
-}
-
-TEST(SnapshotCapture, SaysThatASourceIsLockedFromTheBeginning) {
-  CaptureScene const scene;
-  SQLitePeer peer(scene.database.path());
-  ASSERT_EQ(peer.exec("BEGIN EXCLUSIVE"), "ok");
-  EXPECT_EQ(failureOf([&] { scene.capture(); }), DatabaseError("Reading source size: database is locked", SQLITE_BUSY));
-  ASSERT_EQ(peer.exec("COMMIT"), "ok");
-  expectUntouched(scene);
-}
-
-// Sources that are none ----------------------------------------------------------------------------
-
-TEST(SnapshotCapture, SaysWhatIsNoDatabase) {
-  CaptureScene const scene("");
-  std::string text;
-  for (int line = 0; line < 100; ++line) text += "this is a text of a few lines\n";
-  scene.folder.write("a.db", text);
-  EXPECT_EQ(failureOf([&] { scene.capture(); }),
-            DatabaseError("Reading source size: file is not a database", SQLITE_NOTADB));
-  EXPECT_EQ(scene.names(), Names{});
-}
-
-TEST(SnapshotCapture, RefusesWhatIsNoFile) {
-  CaptureScene const scene("");
-  auto const capture = [&](std::filesystem::path const& source) {
-    StoreLock const lock = scene.store.lockCatalog();
-    captureSnapshot(scene.store, {}, {source, {}, {}, {}}, noTask);
-  };
-  ASSERT_EQ(::mkfifo((scene.folder / "pipe").c_str(), 0600), 0);
-  for (std::filesystem::path const& source :
-       {scene.folder.path(), scene.folder / "pipe", std::filesystem::path("/dev/null")}) {
-    EXPECT_EQ(failureOf([&] { capture(source); }), DatabaseError("Cannot identify this database file safely."))
-        << source;
-  }
-  EXPECT_EQ(systemFailureOf([&] { capture(scene.folder / "none.db"); }), "ENOENT none.db");
-  EXPECT_EQ(namesIn(scene.store.root()), Names{".catalog-lock"});
-}
-
-TEST(SnapshotCapture, SaysThatAFileMayNotBeRead) {
-  CaptureScene scene;
-  scene.folder.openToEverybody();
-  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0), 0);
-  std::filesystem::create_directory(scene.folder / "own");
-  ASSERT_EQ(::chmod((scene.folder / "own").c_str(), 0777), 0);
-  SnapshotStore const store(scene.folder / "own/store");
-  EXPECT_EQ(asUnprivileged([&] {
-              DatabaseError const failure = failureOf([&] {
-                StoreLock const lock = store.lockCatalog();
-                captureSnapshot(store, {}, {scene.database.path(), {}, {}, {}}, noTask);
-              });
-              return std::to_string(failure.code) + " " + failure.detail;
-            }),
-            "14 unable to open database file");
-}
-
-/// A log whose index belongs to somebody else alone.
-TEST(SnapshotCapture, SaysWhatToDoAboutALogThatCannotBeRead) {
-  CaptureScene scene("PRAGMA journal_mode = WAL; CREATE TABLE t(a);");
-  scene.folder.openToEverybody();
-  std::filesystem::create_directory(scene.folder / "own");
-  ASSERT_EQ(::chmod((scene.folder / "own").c_str(), 0777), 0);
-  ASSERT_EQ(::chmod(scene.database.path().c_str(), 0644), 0);
-  SQLitePeer peer(scene.database.path());
-  ASSERT_EQ(peer.exec("INSERT INTO t VALUES (1)"), "ok");
-  ASSERT_EQ(::chmod((scene.folder / "a.db-shm").c_str(), 0), 0);
-  SnapshotStore const store(scene.folder / "own/store");
-  EXPECT_EQ(
-      asUnprivileged([&] {
-        DatabaseError const failure = failureOf([&] {
-          StoreLock const lock = store.lockCatalog();
-          captureSnapshot(store, {}, {scene.database.path(), {}, {}, {}}, noTask);
-        });
-        return std::to_string(failure.code & 0xFF) + " " + failure.detail;
-      }),
-      R"(14 Reading source size: SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)");
-}
-
-/// Answers for one pragma of every connection that is opened, for a scope. One at a time.
-class PragmaAnswered {
- public:
-  PragmaAnswered(std::string pragma, int answer) {
-    pragma_ = std::move(pragma);
-    answer_ = answer;
-    EXPECT_EQ(sqlite3_auto_extension(entry()), SQLITE_OK);
-  }
-  ~PragmaAnswered() { sqlite3_cancel_auto_extension(entry()); }
-  PragmaAnswered(PragmaAnswered const&) = delete;
-  PragmaAnswered& operator=(PragmaAnswered const&) = delete;
-
- private:
-  static void (*entry())() { return reinterpret_cast<void (*)()>(install); }
-
-  static int install(sqlite3* connection, char const**, void const*) {
-    return sqlite3_set_authorizer(connection, answer, nullptr);
-  }
-
-  static int answer(void*, int action, char const* name, char const* argument, char const*, char const*) {
-    return action == SQLITE_PRAGMA && name == pragma_ && !argument ? answer_ : SQLITE_OK;
-  }
-
-  static inline std::string pragma_;
-  static inline int answer_ = SQLITE_OK;
-};
-
-TEST(SnapshotCapture, NamesTheStageThatFailed) {
-  CaptureScene const scene;
-  struct {
-    std::string pragma;
-    int answer;
-    DatabaseError failure;
-  } const cases[] = {
-      {"page_count", SQLITE_DENY, DatabaseError("Reading source size: not authorized", SQLITE_AUTH)},
-      {"page_count", SQLITE_IGNORE, DatabaseError("Reading source size: Could not read database size.")},
-      {"page_size", SQLITE_IGNORE, DatabaseError("Reading source size: Could not read database size.")},
-      {"journal_mode", SQLITE_DENY, DatabaseError("Reading source journal mode: not authorized", SQLITE_AUTH)},
-  };
-  for (auto const& each : cases) {
-    PragmaAnswered const answered(each.pragma, each.answer);
-    EXPECT_EQ(failureOf([&] { scene.capture(); }), each.failure) << each.pragma;
-  }
-  expectUntouched(scene);
-}
-
-TEST(SnapshotCapture, LeavesNothingWhenMemoryRunsOut) {
-  CaptureScene const scene;
-  scene.capture();
-  int failed = 0;
-  for (std::int64_t bytes = 0; scene.names().size() == 1; bytes += 2'048) {
-    MemoryBudget const budget(bytes);
-    DatabaseError const failure = failureOf([&] { scene.capture(); });
-    if (failure.code == -1) break;
-    ++failed;
-    ASSERT_EQ(failure.code & 0xFF, SQLITE_NOMEM) << failure.detail;
-    ASSERT_EQ(scene.names().size(), 1U) << bytes;
-  }
-  EXPECT_GT(failed, 10);
-  EXPECT_EQ(scene.snapshots().size(), 2U);
-}
-
-// A source that changes meanwhile ------------------------------------------------------------------
-
-TEST(SnapshotCapture, EndsWhenItsSourceDoes) {
-  std::string const replaced = "The source file was replaced during capture. Refresh the database and try again.";
-  std::string const unsafe = "Cannot identify this database file safely.";
-  struct Case {
-    std::string says;
-    std::function<void(CaptureScene const&)> deed;
-    std::string detail;
-    std::int32_t code;
-  } const cases[] = {
-      {"replaced by another database",
-       [](CaptureScene const& scene) {
-         TemporaryDatabase const other(scene.folder, "other.db", manyPages);
-         std::filesystem::rename(other.path(), scene.database.path());
-       },
-       replaced, 1},
-      {"made a link to another database",
-       [](CaptureScene const& scene) {
-         TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
-         std::filesystem::remove(scene.database.path());
-         std::filesystem::create_symlink(other.path(), scene.database.path());
-       },
-       replaced, 1},
-      {"made a folder",
-       [](CaptureScene const& scene) {
-         std::filesystem::remove(scene.database.path());
-         std::filesystem::create_directory(scene.database.path());
-       },
-       unsafe, 1},
-      {"made a pipe",
-       [](CaptureScene const& scene) {
-         std::filesystem::remove(scene.database.path());
-         ASSERT_EQ(::mkfifo(scene.database.path().c_str(), 0600), 0);
-       },
-       unsafe, 1},
-      {"truncated", [](CaptureScene const& scene) { std::filesystem::resize_file(scene.database.path(), 300 * 4096); },
-       "Copying snapshot: database disk image is malformed", SQLITE_CORRUPT},
-  };
-  for (Case const& each : cases) {
-    for (int const call : {2, 3, 4}) {
-      SCOPED_TRACE(each.says + " at call " + std::to_string(call));
-      CaptureScene const scene(manyPages);
-      int calls = 0;
-      auto const check = [&] {
-        if (++calls == call) each.deed(scene);
-      };
-      DatabaseError const failure = failureOf([&] { scene.capture({.validateSource = check}); });
-      EXPECT_EQ(failure, DatabaseError(each.detail, each.code));
-      EXPECT_EQ(scene.names(), Names{});
-    }
-  }
-}
-
-TEST(SnapshotCapture, EndsWhenItsSourceIsDeleted) {
-  CaptureScene const scene(manyPages);
-  int calls = 0;
-  auto const check = [&] {
-    if (++calls == 3) std::filesystem::remove(scene.database.path());
-  };
-  EXPECT_EQ(systemFailureOf([&] { scene.capture({.validateSource = check}); }), "ENOENT a.db");
-  EXPECT_EQ(scene.names(), Names{});
-}
-
-/// A file without a byte is an empty database: one state, which is what the source holds by then.
-TEST(SnapshotCapture, OfASourceThatIsEmptiedIsEmpty) {
-  for (int const call : {2, 3, 4}) {
-    CaptureScene const scene(manyPages);
-    int calls = 0;
-    auto const check = [&] {
-      if (++calls == call) std::filesystem::resize_file(scene.database.path(), 0);
-    };
-    Snapshot const made = scene.capture({.validateSource = check});
-    EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM sqlite_schema; PRAGMA integrity_check"),
-              "0\nok");
-  }
-}
-
-/// The very file, at another place: it is still what was copied.
-TEST(SnapshotCapture, GoesOnWhenItsSourceIsMovedBehindALink) {
-  CaptureScene const scene(manyPages);
-  int calls = 0;
-  auto const check = [&] {
-    if (++calls != 3) return;
-    std::filesystem::rename(scene.database.path(), scene.folder / "moved.db");
-    std::filesystem::create_symlink("moved.db", scene.database.path());
-  };
-  Snapshot const made = scene.capture({.validateSource = check});
-  EXPECT_EQ(made.sourcePath, scene.database.path().string());
-  EXPECT_EQ(rowsAsText(scene.databaseOf(made), "SELECT count(*) FROM t"), "600");
-}
-
-/// The file that SQLite opened is not the one that was identified, although that has its name again at the end.
-TEST(SnapshotCapture, NoticesAnotherFileThatHadTheNameForAWhile) {
-  CaptureScene const scene(manyPages);
-  TemporaryDatabase const other(scene.folder, "other.db", "CREATE TABLE other(a)");
-  auto const swap = [&] {
-    ASSERT_EQ(::renameat2(AT_FDCWD, scene.database.path().c_str(), AT_FDCWD, other.path().c_str(), RENAME_EXCHANGE), 0);
-  };
-  { StoreLock const made = scene.store.lockCatalog(); }
-  // The calls are the lock's opening, the making of the folder for the source, which is identified by then, its flush.
-  EXPECT_TRUE(FaultInjector::before(scene.store.root(), 3, swap, [&] {
-    int calls = 0;
-    auto const check = [&] {
-      if (++calls == 2) swap();
-    };
-    EXPECT_EQ(failureOf([&] { scene.capture({.validateSource = check}); }),
-              DatabaseError("The source file was replaced during capture. Refresh the database and try again."));
-  }));
-  EXPECT_EQ(scene.names(), Names{});
 }
 
 }  // namespace

@@ -6,8 +6,11 @@
 #include <sys/stat.h>
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "core/SQLiteStatement.hpp"
+#include "support/AuthorizerOfAll.hpp"
 #include "support/Descriptors.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
@@ -51,6 +54,31 @@ TEST(SnapshotCopy, WaitsFiftyMillisecondsForALockOnItsSource) {
   SQLiteStatement asked = scene.connection->prepare("PRAGMA busy_timeout");
   ASSERT_TRUE(asked.step());
   EXPECT_EQ(asked.value(0, /*full=*/true), SQLiteValue(50));
+}
+
+/// The memory and the size of the copy are bounded before a page is written; WAL mode is left when all are.
+TEST(SnapshotCopy, SetsItsDestinationUp) {
+  using Names = std::vector<std::string>;
+  Scene const scene;
+  Names pragmas;
+  AuthorizerOfAll const authorizer(
+      [&](sqlite3* connection, int action, std::string const& name, std::string const& argument) {
+        if (action == SQLITE_PRAGMA && scene.staging->database() == sqlite3_db_filename(connection, "main")) {
+          pragmas.push_back(name + "=" + argument);
+        }
+        return SQLITE_OK;
+      });
+  auto const note = [&](SnapshotProgress const&) { pragmas.push_back("(copied)"); };
+  auto const copy = [&](SnapshotLimits const& limits) {
+    pragmas.clear();
+    copySnapshot(*scene.connection, *scene.staging, limits, note, {}, noTask);
+    std::erase_if(pragmas,
+                  [](std::string const& pragma) { return pragma == "foreign_keys=ON"; });  // of each connection
+    return pragmas;
+  };
+  EXPECT_EQ(copy({}), (Names{"cache_size=-2048", "cache_spill=1", "(copied)", "journal_mode=DELETE"}));
+  EXPECT_EQ(copy({.destinationPageLimit = 7}),
+            (Names{"cache_size=-2048", "cache_spill=1", "max_page_count=7", "(copied)", "journal_mode=DELETE"}));
 }
 
 /// The path of the destination leads elsewhere by the time that SQLite opens it.

@@ -2,9 +2,12 @@
 #include "snapshots/SnapshotSize.hpp"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <limits>
+#include <string>
 
+#include "core/GuardVFS.hpp"
 #include "support/Failure.hpp"
 #include "support/TemporaryDatabase.hpp"
 
@@ -34,6 +37,48 @@ TEST(SnapshotSize, KnowsTheRoomOnlyWhereTheStoreIs) {
             (SnapshotEstimate{.bytes = 0, .availableBytes = 7}));
   EXPECT_EQ(estimateSnapshot(*connection, folder.path(), {.availableBytesOverride = 0}),
             (SnapshotEstimate{.bytes = 0, .availableBytes = 0}));
+}
+
+/// The file system fails the opening of logs with a code that says more than "unable to open", for a scope.
+class LogsRefused {
+ public:
+  explicit LogsRefused(int code) : vfs_(sqlite3_vfs_find(GuardVFS::name)) {
+    code_ = code;
+    open_ = vfs_->xOpen;
+    vfs_->xOpen = open;
+  }
+  ~LogsRefused() { vfs_->xOpen = open_; }
+  LogsRefused(LogsRefused const&) = delete;
+  LogsRefused& operator=(LogsRefused const&) = delete;
+
+ private:
+  static int open(sqlite3_vfs* vfs, char const* path, sqlite3_file* file, int flags, int* given) {
+    file->pMethods = nullptr;
+    return flags & SQLITE_OPEN_WAL ? code_ : open_(vfs, path, file, flags, given);
+  }
+
+  static inline int code_ = SQLITE_OK;
+  static inline decltype(sqlite3_vfs::xOpen) open_ = nullptr;
+  sqlite3_vfs* const vfs_;
+};
+
+TEST(SnapshotSize, KeepsTheWholeCodeOfALogThatCannotBeOpened) {
+  struct {
+    int code;
+    std::string detail;
+  } const cases[] = {
+      {SQLITE_CANTOPEN_CONVPATH,
+       R"(SQLite could not read this database. For a WAL database with missing or inaccessible sidecar files, reopen it in its owning application and try again. Snapshot capture requires read-only source access.)"},
+      {SQLITE_IOERR_READ, "disk I/O error"},
+  };
+  TemporaryFolder const folder;
+  TemporaryDatabase const database(folder, "a.db", "PRAGMA journal_mode = WAL; CREATE TABLE t(a);");
+  for (auto const& each : cases) {
+    auto const connection = SQLiteConnection::open(database.path(), {});
+    LogsRefused const refused(each.code);
+    EXPECT_EQ(failureOf([&] { estimateSnapshot(*connection, folder.path(), {}); }),
+              DatabaseError(each.detail, each.code));
+  }
 }
 
 TEST(SnapshotSize, IsRefusedBeyondWhatCanBeCounted) {

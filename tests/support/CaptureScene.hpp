@@ -25,6 +25,14 @@ inline std::string const manyPages =
     "CREATE TABLE t(a INTEGER, pad); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 600) "
     "INSERT INTO t SELECT 0, zeroblob(4000) FROM n;";
 
+/// Of the direct entries, sorted.
+inline std::vector<std::string> namesIn(std::filesystem::path const& folder) {
+  std::vector<std::string> names;
+  for (auto const& entry : std::filesystem::directory_iterator(folder)) names.push_back(entry.path().filename());
+  std::ranges::sort(names);
+  return names;
+}
+
 /// A database and an empty store for snapshots of it.
 struct CaptureScene {
   explicit CaptureScene(std::string const& sql = "CREATE TABLE t(a); INSERT INTO t VALUES (1),(2);")
