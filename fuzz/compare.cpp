@@ -2,7 +2,6 @@
 // Any bytes as two database files: a comparison never changes them, leaves nothing but its result, and ends within its
 // budget; what it counts in undamaged files is what plain statements without an index count.
 
-#include <fcntl.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -26,6 +25,7 @@
 #include "platform/JoinedText.hpp"
 #include "platform/UTF8.hpp"
 #include "snapshots/DatabaseDiffService.hpp"
+#include "snapshots/StoreLock.hpp"
 
 namespace tolva {
 namespace {
@@ -57,7 +57,8 @@ class Scratch {
   void checkEntries() const {
     for (auto const& entry : std::filesystem::directory_iterator(folder_)) {
       std::string const name = entry.path().filename();
-      expect(name == "a.db" || name == "b.db" || name == "tmp" || name.ends_with("-shm") || name.ends_with("-wal"),
+      expect(name == "a.db" || name == "b.db" || name == "tmp" || name == "lock" || name.ends_with("-shm") ||
+                 name.ends_with("-wal"),
              "a comparison leaves nothing beside a snapshot");
     }
     for (auto const& own : std::filesystem::directory_iterator(folder_ / "tmp")) {
@@ -71,7 +72,7 @@ class Scratch {
 
 std::shared_ptr<SnapshotLease const> leaseOf(std::filesystem::path const& file) {
   Snapshot const record{.id = UUID::make()};
-  return std::make_shared<SnapshotLease const>(record, file, ::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  return std::make_shared<SnapshotLease const>(record, file, StoreLock(file.parent_path() / "lock", LockKind::shared));
 }
 
 // The oracle -------------------------------------------------------------------------------------------

@@ -24,8 +24,9 @@ class TOLVA_EXPORT SnapshotLease {
 
   Snapshot const snapshot;
   std::filesystem::path const databaseURL;  // the copy, to be opened for reading only
-  std::int32_t const
-      descriptor;  // of the lock; not to be closed by anybody else; the last, so that nothing fails behind it
+
+  /// Of the lock; not to be closed by anybody else. The last field, so that nothing can fail behind it.
+  std::int32_t const descriptor;
 };
 
 }  // namespace tolva

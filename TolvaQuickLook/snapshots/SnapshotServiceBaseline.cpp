@@ -58,7 +58,7 @@ Snapshot SnapshotService::captureBaseline(std::filesystem::path const& source, s
   Turn const turn(turns_);
   checkCancellation(task);
   requireBaseline(*store_, source, replacing);
-  Snapshot const snapshot = capture(source, "What Changed baseline", progress, /*validateSource=*/{}, task);
+  Snapshot snapshot = capture(source, "What Changed baseline", progress, /*validateSource=*/{}, task);
   checkCancellation(task);
   adoptBaseline(source, replacing, snapshot, task);
   return snapshot;

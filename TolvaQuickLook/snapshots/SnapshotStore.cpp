@@ -41,7 +41,7 @@ SnapshotStore::SnapshotStore(std::filesystem::path const& root)
     : root_(withoutLastSlash(holdsNUL(root) ? root : canonicalPath(root))) {}
 
 std::filesystem::path SnapshotStore::checked(std::filesystem::path const& path) const {
-  std::filesystem::path const tidied = withoutLastSlash(absolutePath(path).lexically_normal());
+  std::filesystem::path tidied = withoutLastSlash(absolutePath(path).lexically_normal());
   std::string const below = root_ == "/" ? "/" : root_.string() + "/";
   std::string const text = tidied.string();
   bool const inside = text.size() > below.size() && text.starts_with(below);

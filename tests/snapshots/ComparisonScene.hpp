@@ -1,18 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/Descriptor.hpp"
 #include "platform/UUID.hpp"
 #include "snapshots/DatabaseDiffService.hpp"
+#include "snapshots/StoreLock.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
@@ -33,9 +30,9 @@ class ComparisonScene {
 
   /// A hold on the file `name`, as a snapshot of the history `history`.
   Lease lease(std::string const& name, UUID id = UUID::make(), std::string history = std::string(64, 'a')) const {
-    Descriptor lock(::open((folder / (name + ".lock")).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    StoreLock lock(folder / (name + ".lock"), LockKind::shared);
     Snapshot const record{.id = id, .databaseID = std::move(history)};
-    return std::make_shared<SnapshotLease const>(record, folder / name, lock.release());
+    return std::make_shared<SnapshotLease const>(record, folder / name, std::move(lock));
   }
 
   Lease snapshot(std::string const& name, std::string const& sql) const {

@@ -328,9 +328,9 @@ TEST(DatabaseDiffService, ReadsAFileOfAnyName) {
     Lease const before = scene.snapshot(name, table);
     Lease const after = scene.snapshot("after.db", std::string(table) + "INSERT INTO t VALUES (1, 1, 1)");
     EXPECT_EQ(summaryOf(scene.compare(before, after)), "table:t Compared 1 0 0\n") << name;
-    Descriptor lock(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     auto const doubled = std::make_shared<SnapshotLease const>(
-        before->snapshot, std::filesystem::path("/" + before->databaseURL.string()), lock.release());
+        before->snapshot, std::filesystem::path("/" + before->databaseURL.string()),
+        StoreLock(scene.folder / "lock", LockKind::shared));
     EXPECT_EQ(summaryOf(scene.compare(doubled, after)), "table:t Compared 1 0 0\n") << "/" << name;
   }
 }
