@@ -35,9 +35,13 @@ using ComparisonProgress = std::function<void(std::string const& name)>;
 /// and so do texts that a collation holds for equal. Memory stays flat: the keys of the rows that differ go to a result
 /// store in a private temporary folder, and their values are read from the snapshots when they are asked for.
 ///
-/// A damaged snapshot may give wrong rows. What can be told at little cost is refused as damage: an index of the
-/// primary key that holds more or fewer rows than its table, and a NULL in a key that differs. An index that holds
-/// other keys than its table is not noticed.
+/// A damaged snapshot may give wrong rows. What can be told at little cost is refused as damage: a NULL in a key that
+/// differs and, where the table has an index, an index of the primary key that holds more or fewer rows than its table,
+/// and rows that were inserted and deleted by other numbers than the tables grew. That notices another index that
+/// misses rows, since SQLite may scan it for the keys. Not noticed are an index that holds other values than its table;
+/// one that misses rows of which none was inserted or deleted, where all columns are in it; rows that are missed in
+/// equal number on both sides; and rows in the wrong order in the table's own tree, which are not found by their keys:
+/// WITHOUT ROWID they are noticed if the table has another index and the numbers do not cancel out.
 ///
 /// A serial service: each operation waits for its turn and blocks until it is done, so call it from a worker thread.
 /// `cancellation()->cancel()`, from any thread, stops the statement that runs. All operations throw `DatabaseError` and

@@ -317,6 +317,43 @@ TEST(TableComparison, NoticesAnIndexThatMissesRows) {
   EXPECT_EQ(summaryOf(scene.compare(sql, sql)), "table:t Compared 0 0 0\n");
 }
 
+/// Has the index `i` of `t` hold the rows of another table, which goes.
+std::string indexedAs(std::string const& rows) {
+  return "CREATE TABLE u(id INTEGER PRIMARY KEY, a, b); CREATE INDEX j ON u(a); INSERT INTO u VALUES " + rows +
+         "; PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage ="
+         "(SELECT rootpage FROM sqlite_schema WHERE name = 'j') WHERE name = 'i';"
+         "DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
+}
+
+TEST(TableComparison, NoticesThatAnIndexBesideTheKeyMissesRows) {
+  ComparisonScene scene;
+  std::string const sql = "CREATE TABLE t(id INTEGER PRIMARY KEY, a, b); CREATE INDEX i ON t(a); INSERT INTO t VALUES ";
+  std::string const three = sql + "(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x');";
+  std::string const five = sql + "(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x'), (4, 4, 'x'), (5, 5, 'x');";
+  std::string const damaged = five + indexedAs("(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x')");
+  for (auto const& [before, after] : {std::pair(three, damaged), {damaged, three}}) {
+    auto const differences = scene.compare(before, after);
+    ASSERT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+    EXPECT_EQ(differences[0].explanation, damage);
+  }
+  EXPECT_EQ(summaryOf(scene.compare(three, five)), "table:t Compared 2 0 0\n");
+  EXPECT_EQ(summaryOf(scene.compare(five, three)), "table:t Compared 0 0 2\n");
+}
+
+TEST(TableComparison, NoticesRowsThatATreeHoldsInAnotherOrder) {
+  ComparisonScene scene;
+  std::string const sql = "CREATE TABLE t(k PRIMARY KEY, a) WITHOUT ROWID; CREATE INDEX i ON t(a);"
+                          "INSERT INTO t VALUES (1, 1), (2, 2), (3, 3);";
+  std::string const damaged =
+      "CREATE TABLE u(k, a, PRIMARY KEY(k DESC)) WITHOUT ROWID; INSERT INTO u SELECT * FROM t;"
+      "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage ="
+      "(SELECT rootpage FROM sqlite_schema WHERE name = 'u') WHERE name = 't';"
+      "DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
+  auto const differences = scene.compare(sql, sql + damaged);
+  ASSERT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_EQ(differences[0].explanation, damage);
+}
+
 TEST(TableComparison, NoticesANullInAKey) {
   ComparisonScene scene;
   auto const sql = [](char const* values) {
