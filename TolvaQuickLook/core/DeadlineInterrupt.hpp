@@ -15,8 +15,9 @@ namespace tolva {
 /// The progress handler counts operations of SQLite's virtual machine, and one operation reads a whole value: entries
 /// of a schema that share the pages of one large value keep it from asking the clock for a minute. An interrupt is
 /// noticed at the next row, and in a schema that is being parsed at the next blank; what functions do within one row is
-/// for a `MemoryBudget` to end. Belongs to the thread that made it, for as long as the handle is open. It watches from a
-/// thread of its own, which it does without where no value that is stored in the databases of these names can be large.
+/// for a `MemoryBudget` to end. Belongs to the thread that made it, for as long as the handle is open. It watches from
+/// a thread of its own, which it does without where no value that is stored in the databases of these names can be
+/// large.
 class DeadlineInterrupt {
  public:
   DeadlineInterrupt(sqlite3* handle, Uptime deadline, std::initializer_list<char const*> databases = {"main"});

@@ -47,8 +47,8 @@ using ComparisonProgress = std::function<void(std::string const& name)>;
 /// All operations throw `DatabaseError` and `TaskCancelled`.
 ///
 /// `cancellation()->cancel()`, from any thread, stops the statement that runs, at its next row. A task and the time are
-/// heard within a row as well, whenever a function is given memory; one call of a function, or the count of a whole
-/// tree, can still take its time.
+/// heard within a row as well, whenever SQLite makes a value of 16 KiB or more. One call of a function, or calls that
+/// make no such value, can still take their time, and a task waits for the count of a whole table.
 class TOLVA_EXPORT DatabaseDiffService {
  public:
   explicit DatabaseDiffService(ComparisonLimits limits = {});
@@ -74,7 +74,8 @@ class TOLVA_EXPORT DatabaseDiffService {
   /// tables that are shown by the same name, since their names are no UTF-8, one is compared; the other is told as
   /// "Another table is shown by the same name."
   ///
-  /// A kind is taken as the file spells it: what a hostile one calls a "TABLE" has a definition, and no rows to compare.
+  /// A kind is taken as the file spells it: what a hostile one calls a "TABLE" has a definition to compare, and no
+  /// rows.
   std::vector<TableDifference> compare(std::shared_ptr<SnapshotLease const> const& before,
                                        std::shared_ptr<SnapshotLease const> const& after,
                                        ComparisonProgress const& progress, std::stop_token task);
@@ -83,7 +84,7 @@ class TOLVA_EXPORT DatabaseDiffService {
   // Of the tables that were compared, named by `TableDifference::id`.
 
   /// Rows that differ, in the order of their ids, behind the id `after`, 0 for the first: `limit` of them, at least 1
-  /// and at most 100. Fails after the seconds for reading, as `cells` does, with "Reading the comparison took too long."
+  /// and at most 100. Fails after the seconds for reading, as `cells` does: "Reading the comparison took too long."
   std::vector<DifferenceRow> rows(std::string const& tableID, std::int64_t after, std::int64_t limit,
                                   std::stop_token task);
 
