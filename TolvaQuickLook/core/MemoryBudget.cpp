@@ -11,7 +11,7 @@
 namespace tolva {
 namespace {
 
-constexpr std::uint32_t clockPeriod = 1024;  // allocations between two looks at the clock
+constexpr std::uint32_t clockPeriod = 1024;  // small allocations between two looks at the clock and the task
 
 constinit thread_local MemoryBudget* innermost = nullptr;
 
@@ -23,8 +23,12 @@ void end(MemoryBudget const* budget, MemoryBudget* outer) {
 
 }  // namespace
 
-MemoryBudget::MemoryBudget(std::int64_t bytes, Uptime deadline)
-    : limit_(bytes), deadline_(deadline), outer_(innermost) {
+MemoryBudget::MemoryBudget(std::int64_t bytes, Uptime deadline, std::stop_token task)
+    : limit_(bytes),
+      deadline_(deadline),
+      task_(std::move(task)),
+      isTimed_(deadline_ != Uptime::max() || task_.stop_possible()),
+      outer_(innermost) {
   innermost = this;
 }
 
@@ -62,8 +66,12 @@ void MemoryBudget::charge(std::int64_t bytes) noexcept {
 /// What was allocated before the scope and is freed in it gives no credit.
 MemoryBudget::Spent MemoryBudget::spentBy(std::int64_t bytes) noexcept {
   if (bytes > limit_ - std::max<std::int64_t>(used_, 0)) return Spent::bytes;
-  return ++asked_ % clockPeriod == 0 && uptime() >= deadline_ ? Spent::time : Spent::nothing;
+  bool const isOver = isTimed_ && isDue(bytes) && (task_.stop_requested() || uptime() >= deadline_);
+  return isOver ? Spent::time : Spent::nothing;
 }
+
+/// A large allocation costs far more than the looks do.
+bool MemoryBudget::isDue(std::int64_t bytes) noexcept { return ++asked_ % clockPeriod == 0 || bytes >= watchedBytes; }
 
 // Under SQLite --------------------------------------------------------------------------------------
 

@@ -13,7 +13,7 @@ ProgressDeadline::ProgressDeadline(sqlite3* handle, Uptime deadline, int period,
       deadline_(deadline),
       test_(test),
       task_(std::move(task)),
-      allocations_(MemoryBudget::unlimited, deadline) {
+      allocations_(MemoryBudget::unlimited, deadline, task_) {
   sqlite3_progress_handler(handle_, period, stops, this);
 }
 

@@ -24,9 +24,10 @@ inline bool isOver(Uptime deadline, Uptime now, DeadlineTest test) {
 /// A time budget for the statements of one handle, for a scope: a statement that runs over it, or whose `task` is
 /// cancelled, fails as cancelled.
 ///
-/// The clock is asked every `period` operations of SQLite's virtual machine, and now and then when SQLite allocates: a
-/// statement that is still being prepared runs no operations. Belongs to the thread that made it, for as long as the
-/// handle is open. One at a time for a handle.
+/// The clock and the task are asked every `period` operations of SQLite's virtual machine, and when SQLite allocates as
+/// `MemoryBudget` says: a statement that is still being prepared runs no operations, and one that calls functions few.
+/// One call of a function can still take its time. Belongs to the thread that made it, for as long as the handle is
+/// open. One at a time for a handle.
 class TOLVA_EXPORT ProgressDeadline {
  public:
   ProgressDeadline(sqlite3* handle, Uptime deadline, int period, DeadlineTest test, std::stop_token task);

@@ -60,6 +60,14 @@ std::optional<std::string> keyIndex(SQLiteConnection& connection, std::string co
   return name;
 }
 
+bool hasIndexBesideKey(SQLiteConnection& connection, std::string const& database, std::string const& table) {
+  SQLiteStatement row = pragma(connection, database, "index_list", table);
+  while (row.step()) {
+    if (row.value(3, /*full=*/false) != SQLiteValue("pk")) return true;
+  }
+  return false;
+}
+
 std::map<std::string, std::set<std::string>> keyCollations(SQLiteConnection& connection, std::string const& database,
                                                            std::string const& index) {
   SQLiteStatement row = pragma(connection, database, "index_xinfo", index);

@@ -35,6 +35,9 @@ std::optional<std::vector<ListedTable>> listTables(SQLiteConnection& connection,
 std::optional<std::string> keyIndex(SQLiteConnection& connection, std::string const& database,
                                     std::string const& table);
 
+/// Whether the table has any other index. `database` is as above.
+bool hasIndexBesideKey(SQLiteConnection& connection, std::string const& database, std::string const& table);
+
 /// The collations, in upper case, by which an index holds each column of its key: one, unless the key names the column
 /// twice.
 std::map<std::string, std::set<std::string>> keyCollations(SQLiteConnection& connection, std::string const& database,

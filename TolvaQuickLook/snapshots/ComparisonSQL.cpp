@@ -85,10 +85,12 @@ std::string ComparisonSQL::findNullKey(ComparisonPlan const& plan) {
          ")) OR (kind != 'Deleted' AND (" + anyIsNull(numbered("n", plan.identity)) + ")) LIMIT 1";
 }
 
-std::string ComparisonSQL::compareIndex(std::string const& database, std::string const& table,
-                                        std::string const& index) {
-  std::string const count = "(SELECT count(*) FROM " + database + "." + quoteIdentifier(table);
-  return "SELECT " + count + " NOT INDEXED) = " + count + " INDEXED BY " + quoteIdentifier(index) + ")";
+std::string ComparisonSQL::countRows(std::string const& database, std::string const& table) {
+  return "SELECT count(*) FROM " + database + "." + quoteIdentifier(table) + " NOT INDEXED";
+}
+
+std::string ComparisonSQL::countIndex(std::string const& database, std::string const& table, std::string const& index) {
+  return "SELECT count(*) FROM " + database + "." + quoteIdentifier(table) + " INDEXED BY " + quoteIdentifier(index);
 }
 
 std::string ComparisonSQL::page(ComparisonPlan const& plan) {

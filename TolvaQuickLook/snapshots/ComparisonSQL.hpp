@@ -19,8 +19,11 @@ std::array<std::string, 3> fillStore(ComparisonPlan const& plan);
 /// Gives a row if the store holds a key with a NULL.
 std::string findNullKey(ComparisonPlan const& plan);
 
-/// Whether the index of the primary key holds as many rows as the table in one of the databases.
-std::string compareIndex(std::string const& database, std::string const& table, std::string const& index);
+/// Counts the rows of the table in one of the databases, in its own tree.
+std::string countRows(std::string const& database, std::string const& table);
+
+/// Counts the rows that an index of it holds, which is no partial one.
+std::string countIndex(std::string const& database, std::string const& table, std::string const& index);
 
 /// A page of the store: parameters are the last id seen and how many rows.
 std::string page(ComparisonPlan const& plan);

@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -104,7 +105,8 @@ ComparisonStore::ComparisonStore(std::shared_ptr<SnapshotLease const> before,
 
 void ComparisonStore::configure(std::int64_t pages) const {
   connection_->execute("PRAGMA page_size=4096");
-  connection_->execute("PRAGMA max_page_count=" + std::to_string(pages));
+  // A count of 0 would be a question, and leave the store without a bound.
+  connection_->execute("PRAGMA max_page_count=" + std::to_string(std::max<std::int64_t>(pages, 1)));
   connection_->execute("PRAGMA cache_size=-2048");
   connection_->execute("PRAGMA temp_store=FILE");
 }

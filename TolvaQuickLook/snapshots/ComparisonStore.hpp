@@ -14,13 +14,15 @@
 namespace tolva {
 
 /// A throw-away database in a private folder, with two snapshots attached to its connection for reading only: the one
-/// before as "older", the one after as "newer". It holds their leases, and its folder goes with it.
+/// before as "older", the one after as "newer". It holds their leases, and its folder goes with it. That of a process
+/// that is killed stays, with up to 64 MiB of keys in it, as long as the system keeps what is temporary: nothing here
+/// looks for it.
 ///
 /// In the turn of the comparing service.
 class ComparisonStore {
  public:
   /// Throws `DatabaseError`: code 14 where the temporary folder is missing, full or not the user's own, and as
-  /// cancelled at the deadline. Nothing is left of it then.
+  /// cancelled at the deadline. Nothing is left of it then. The leases are not null. Less than one page is one.
   ComparisonStore(std::shared_ptr<SnapshotLease const> before, std::shared_ptr<SnapshotLease const> after,
                   std::int64_t pages, std::shared_ptr<CancellationHandle> const& cancellation, Uptime deadline,
                   std::stop_token task);

@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <initializer_list>
 #include <set>
 #include <utility>
 
+#include "core/MemoryBudget.hpp"
 #include "core/RowIdentityResolver.hpp"
 #include "core/SQLiteStatement.hpp"
 #include "platform/Graphemes.hpp"
@@ -90,11 +92,18 @@ void requireDistinct(std::vector<std::string> const& columns) {
 
 // Rows -----------------------------------------------------------------------------------------------
 
-/// The reading of a result under way: it ends at its deadline and with its task.
+/// The reading of a result under way: it ends at its deadline and with its task. Only what is prepared has a bound for
+/// memory: the values of a row that was compared may take more, and SQLite holds those of one at a time.
 class Reading {
  public:
   Reading(SQLiteConnection const& connection, double seconds, std::stop_token const& task)
-      : task_(task), deadline_(deadlineIn(seconds)), budget_(connection.handle(), deadline_, task) {}
+      : task_(task), deadline_(deadlineIn(seconds)), time_(connection.handle(), deadline_, task) {}
+
+  static SQLiteStatement prepare(SQLiteConnection& connection, std::string const& sql,
+                                 std::initializer_list<SQLiteValue> values) {
+    MemoryBudget const preparing(MemoryBudget::ordinary);
+    return connection.prepare(sql, values);
+  }
 
   bool step(SQLiteStatement& row) const {
     check();
@@ -114,7 +123,7 @@ class Reading {
 
   std::stop_token const& task_;
   Uptime const deadline_;
-  ComparisonBudget const budget_;
+  ComparisonTime const time_;
 };
 
 std::string kindOf(SQLiteStatement const& row, int column) { return row.value(column, /*full=*/false).display(); }
@@ -249,7 +258,7 @@ std::vector<DifferenceRow> SnapshotComparison::rows(std::string const& tableID, 
   ComparisonPlan const& plan = plans_.at(tableID);
   Reading const reading(store_->connection(), limits_.readingSeconds, task);
   std::int64_t const most = std::clamp<std::int64_t>(limit, 1, 100);
-  SQLiteStatement row = store_->connection().prepare(ComparisonSQL::page(plan), {after, most});
+  SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {after, most});
   std::vector<DifferenceRow> rows;
   while (reading.step(row)) {
     SQLiteValue const id = row.value(0, /*full=*/false);
@@ -265,9 +274,9 @@ std::vector<DifferenceCell> SnapshotComparison::cells(std::string const& tableID
                                                       std::stop_token const& task) const {
   ComparisonPlan const& plan = plans_.at(tableID);
   Reading const reading(store_->connection(), limits_.readingSeconds, task);
-  SQLiteStatement row = store_->connection().prepare(ComparisonSQL::cells(plan), {rowID});
+  SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::cells(plan), {rowID});
   std::int64_t const before = std::max<std::int64_t>(rowID, 1) - 1;  // ids begin with 1
-  SQLiteStatement stored = store_->connection().prepare(ComparisonSQL::page(plan), {before, 1});
+  SQLiteStatement stored = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {before, 1});
   bool const isThere = reading.step(row) && reading.step(stored);
   CellsRow const found{row, plan.identity};
   if (!isThere || !found.hasKeyOf(stored)) throw DatabaseError("This comparison row is no longer available.");

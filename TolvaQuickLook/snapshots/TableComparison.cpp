@@ -31,15 +31,17 @@ struct Run {
   std::stop_token const& task;
 
   RowCounts fill() const;
-  void undo() const noexcept;
+  std::optional<DatabaseError> undo() const noexcept;
   [[noreturn]] void report() const;
 
  private:
   void check() const;
   std::int64_t changes(std::string const& insertion) const;
   void refuseNullKeys() const;
-  void refuseDamagedIndex(std::string const& database) const;
-  bool hasTree(std::string const& database, std::string const& index) const;
+  void refuseDamage(RowCounts const& found) const;
+  std::optional<std::int64_t> indexedRows(std::string const& database) const;
+  std::optional<std::string> keyTree(std::string const& database) const;
+  std::int64_t count(std::string const& counting) const;
 };
 
 /// The handler of SQLite asks the clock too, but small statements never reach it.
@@ -57,12 +59,12 @@ RowCounts Run::fill() const {
     check();
     counts[kind] = changes(statements[kind]);
   }
+  RowCounts const found{.inserted = counts[0], .updated = counts[1], .deleted = counts[2]};
   refuseNullKeys();
-  refuseDamagedIndex("older");
-  refuseDamagedIndex("newer");
+  refuseDamage(found);
   check();
   connection.execute("COMMIT");
-  return {.inserted = counts[0], .updated = counts[1], .deleted = counts[2]};
+  return found;
 }
 
 std::int64_t Run::changes(std::string const& insertion) const {
@@ -76,31 +78,59 @@ void Run::refuseNullKeys() const {
   throw DatabaseError("A column of the primary key holds NULL.", SQLITE_CORRUPT);
 }
 
-/// Rows are looked up by that index, and one that it misses would read as inserted or deleted.
-void Run::refuseDamagedIndex(std::string const& database) const {
-  std::optional<std::string> const index = keyIndex(connection, database, plan.table);
-  if (!index || !hasTree(database, *index)) return;
-  SQLiteStatement equal = connection.prepare(ComparisonSQL::compareIndex(database, plan.table, *index));
-  if (equal.step() && isOne(equal, 0)) return;
+/// SQLite scans whichever index holds the key in the fewest pages, and a row that it misses would be neither inserted
+/// nor deleted. But the rows that were matched are as many on both sides. A table that is its only tree was scanned
+/// itself, and need not be counted.
+void Run::refuseDamage(RowCounts const& found) const {
+  std::optional<std::int64_t> const older = indexedRows("older");
+  std::optional<std::int64_t> const newer = indexedRows("newer");
+  if (!older && !newer) return;
+  std::int64_t const before = older ? *older : count(ComparisonSQL::countRows("older", plan.table));
+  std::int64_t const after = newer ? *newer : count(ComparisonSQL::countRows("newer", plan.table));
+  if (before - found.deleted == after - found.inserted) return;
+  throw DatabaseError("The rows that were found are not all rows.", SQLITE_CORRUPT);
+}
+
+/// The rows of the table, if it has an index. By that of the key rows are looked up, and one that it misses would read
+/// as inserted or deleted.
+std::optional<std::int64_t> Run::indexedRows(std::string const& database) const {
+  std::optional<std::string> const index = keyTree(database);
+  if (!index && !hasIndexBesideKey(connection, database, plan.table)) return std::nullopt;
+  std::int64_t const rows = count(ComparisonSQL::countRows(database, plan.table));
+  if (!index || count(ComparisonSQL::countIndex(database, plan.table, *index)) == rows) return rows;
   throw DatabaseError("The index of the primary key does not hold all rows.", SQLITE_CORRUPT);
 }
 
-/// Where the table is itself the tree of its key, which is one WITHOUT ROWID, the index is one in name only.
-bool Run::hasTree(std::string const& database, std::string const& index) const {
-  return connection
-      .prepare("SELECT 1 FROM " + quoteIdentifier(database) + ".sqlite_schema WHERE type = 'index' AND name = ?",
-               {index})
-      .step();
+/// The index of the primary key. Where the table is itself the tree of its key, which is one WITHOUT ROWID, there is
+/// one in name only.
+std::optional<std::string> Run::keyTree(std::string const& database) const {
+  std::optional<std::string> index = keyIndex(connection, database, plan.table);
+  if (!index) return std::nullopt;
+  std::string const schema = quoteIdentifier(database) + ".sqlite_schema";
+  SQLiteStatement row = connection.prepare("SELECT 1 FROM " + schema + " WHERE type = 'index' AND name = ?", {*index});
+  return row.step() ? index : std::nullopt;
+}
+
+std::int64_t Run::count(std::string const& counting) const {
+  SQLiteStatement row = connection.prepare(counting);
+  row.step();
+  return sqlite3_column_int64(row.handle(), 0);
 }
 
 /// Neither may fail for the time that has run out. The rollback has SQLite parse all schemas again for the statement
-/// behind it.
-void Run::undo() const noexcept try {
-  connection.rollBack();
-  ComparisonBudget const budget(connection.handle(), uptime() + tidyingTime, {});
-  connection.execute("DROP TABLE IF EXISTS " + plan.store);
-} catch (...) {
-  // What made the comparison fail is the error to tell.
+/// behind it. Gives the cancellation that hit that one: it is meant for the comparison, as any other is.
+std::optional<DatabaseError> Run::undo() const noexcept {
+  Uptime const end = uptime() + tidyingTime;
+  try {
+    connection.rollBack();
+    ComparisonBudget const budget(connection.handle(), end, task);
+    connection.execute("DROP TABLE IF EXISTS " + plan.store);
+  } catch (DatabaseError const& error) {
+    if (error.isCancellation() && uptime() < end) return error;
+  } catch (...) {
+    // What made the comparison fail is the error to tell.
+  }
+  return std::nullopt;
 }
 
 /// Tells what the exception at hand means to the person; the first that fits.
@@ -127,11 +157,13 @@ RowCounts compareTable(SQLiteConnection& connection, ComparisonPlan const& plan,
                        std::stop_token task) {
   Run const run{connection, plan, deadline, task};
   try {
-    // The schemas are parsed by now, and a bound for memory would be charged for each text that is compared.
+    // A bound for memory would be charged for each text that is compared. The schemas were parsed by who made the plan.
     ComparisonTime const time(connection.handle(), deadline, task);
     return run.fill();
   } catch (...) {
-    run.undo();
+    std::optional<DatabaseError> const cancelled = run.undo();
+    checkCancellation(task);
+    if (cancelled) throw *cancelled;
     run.report();
   }
 }

@@ -23,9 +23,12 @@ struct RowCounts {
 /// that fails there is no store. `connection` is that of a result store, in its service's turn.
 ///
 /// Throws `TaskCancelled`, or else what the person is told of a table that takes too long or too much room. A snapshot
-/// whose index of the primary key does not count as many rows as its table, and a key with a NULL among the rows that
-/// differ, are told as damage (code 11). Other damage is not looked for: an index with a wrong key in it gives wrong
-/// rows.
+/// whose index of the primary key does not count as many rows as its table, a key with a NULL among the rows that
+/// differ, and numbers of rows that contradict those of the tables, are told as damage (code 11). The numbers are
+/// looked at where the table has an index, since a table without one is scanned itself. Other damage is not looked for,
+/// see `DatabaseDiffService`.
+///
+/// `task` is heard between the calls of functions in one row too; a cancellation by the handle is between rows.
 RowCounts compareTable(SQLiteConnection& connection, ComparisonPlan const& plan, Uptime deadline, std::stop_token task);
 
 /// The failure of a table that ran out of time.

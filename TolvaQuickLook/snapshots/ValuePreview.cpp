@@ -27,14 +27,17 @@ struct CharacterRange {
   char32_t last;
 };
 
-/// Controls, line and paragraph separators, and the marks that reorder what stands beside them.
-constexpr std::array<CharacterRange, 7> escapedRanges{{{0x00, 0x1F},
+/// Controls, line and paragraph separators, the marks that reorder what stands beside them, and what takes no room, by
+/// which two texts would differ that look alike.
+constexpr std::array<CharacterRange, 9> escapedRanges{{{0x00, 0x1F},
                                                        {0x7F, 0x9F},
                                                        {0x061C, 0x061C},
-                                                       {0x200E, 0x200F},
+                                                       {0x180E, 0x180E},
+                                                       {0x200B, 0x200F},
                                                        {0x2028, 0x202E},
-                                                       {0x2066, 0x2069},
-                                                       {0xFEFF, 0xFEFF}}};
+                                                       {0x2060, 0x2069},
+                                                       {0xFEFF, 0xFEFF},
+                                                       {0xE0000, 0xE007F}}};
 
 bool isEscaped(char32_t character) {
   return std::ranges::any_of(

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <stop_token>
 #include <thread>
 
 #include "core/SQLiteConnection.hpp"
@@ -55,6 +56,36 @@ TEST(MemoryBudget, TellsAStatementWithoutTimeToAllocateAsCancelled) {
       "WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c LIMIT 5000) SELECT sum(length(hex(x))) FROM c");
   MemoryBudget const budget(MemoryBudget::unlimited, uptime());
   EXPECT_TRUE(failureOf([&] { statement.step(); }).isCancellation());
+}
+
+TEST(MemoryBudget, AsksTheClockAndTheTaskAtEveryLargeAllocation) {
+  SQLiteLibrary::prepare();
+  std::stop_source task;
+  task.request_stop();
+  {
+    MemoryBudget late(MemoryBudget::unlimited, uptime());
+    EXPECT_TRUE(late.admits(16'383));
+    EXPECT_FALSE(late.admits(16'384));
+    EXPECT_FALSE(late.admits(1)) << "a refusal is final";
+    EXPECT_TRUE(MemoryBudget::ranOutOfTime());
+  }
+  {
+    MemoryBudget cancelled(MemoryBudget::unlimited, Uptime::max(), task.get_token());
+    EXPECT_TRUE(cancelled.admits(16'383));
+    EXPECT_FALSE(cancelled.admits(16'384));
+    EXPECT_TRUE(MemoryBudget::ranOutOfTime());
+  }
+  MemoryBudget timeless(MemoryBudget::unlimited);
+  EXPECT_TRUE(timeless.admits(16'384));
+}
+
+TEST(MemoryBudget, AsksTheTaskNowAndThenAtSmallAllocations) {
+  std::stop_source task;
+  task.request_stop();
+  MemoryBudget cancelled(MemoryBudget::unlimited, Uptime::max(), task.get_token());
+  int admitted = 0;
+  while (admitted < 10'000 && cancelled.admits(1)) ++admitted;
+  EXPECT_EQ(admitted, 1023);
 }
 
 TEST(MemoryBudget, AdmitsExactlyItsBytes) {

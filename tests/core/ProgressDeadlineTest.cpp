@@ -2,12 +2,17 @@
 #include "core/ProgressDeadline.hpp"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 
 #include <chrono>
+#include <memory>
+#include <stop_token>
+#include <string>
 #include <thread>
 
 #include "core/SQLiteConnection.hpp"
 #include "core/SQLiteStatement.hpp"
+#include "support/CountedCalls.hpp"
 #include "support/Failure.hpp"
 #include "support/NoTask.hpp"
 
@@ -48,6 +53,44 @@ TEST(ProgressDeadline, StopsAStatementThatRunsOverIt) {
     EXPECT_GE(uptime() - begun, 50ms);
     EXPECT_LT(uptime() - begun, 2s);
   }
+}
+
+/// One row of a hundred calls, each of which takes a value of 16 KiB that is made for it.
+std::string hundredCalls() {
+  std::string sql = "SELECT counted(hex(zeroblob(n)))";
+  for (int call = 1; call < 100; ++call) sql += ", counted(hex(zeroblob(n + " + std::to_string(call) + ")))";
+  return sql + " FROM t";
+}
+
+std::shared_ptr<SQLiteConnection> withOneRow() {
+  auto connection = inMemory();
+  connection->execute("CREATE TABLE t(n)");
+  connection->execute("INSERT INTO t VALUES (8192)");
+  return connection;
+}
+
+TEST(ProgressDeadline, EndsTheCallsOfOneRow) {
+  auto const connection = withOneRow();
+  Uptime const deadline = uptime() + 300ms;
+  CountedCalls counted(connection->handle(), [&] { std::this_thread::sleep_until(deadline); });
+  ProgressDeadline const budget(connection->handle(), deadline, 1000, DeadlineTest::reached, noTask);
+  SQLiteStatement row = connection->prepare(hundredCalls());
+  EXPECT_EQ(failureOf([&] { row.step(); }), DatabaseError("interrupted", SQLITE_INTERRUPT));
+  EXPECT_LE(counted.calls(), 3);
+}
+
+TEST(ProgressDeadline, EndsTheCallsOfOneRowForACancelledTask) {
+  auto const connection = withOneRow();
+  std::stop_source task;
+  CountedCalls counted(connection->handle(), [&] { task.request_stop(); });
+  {
+    ProgressDeadline const budget(connection->handle(), Uptime::max(), 1000, DeadlineTest::reached, task.get_token());
+    SQLiteStatement row = connection->prepare(hundredCalls());
+    EXPECT_EQ(failureOf([&] { row.step(); }), DatabaseError("interrupted", SQLITE_INTERRUPT));
+    EXPECT_EQ(counted.calls(), 3);
+  }
+  EXPECT_TRUE(connection->prepare(hundredCalls()).step()) << "the connection works after it";
+  EXPECT_EQ(counted.calls(), 103);
 }
 
 TEST(ProgressDeadline, LetsAStatementRunThatHasTime) {

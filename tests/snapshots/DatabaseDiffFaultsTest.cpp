@@ -26,14 +26,16 @@ void expectTruth(std::vector<TableDifference> const& differences) {
   }
 }
 
-TEST(DatabaseDiffFaults, LeaveNothingAndTellNothingWrong) {
-  ComparisonScene scene;
-  Lease const older = scene.snapshot("before.db", before);
-  Lease const newer = scene.snapshot("after.db", after);
-  std::vector<TableDifference> differences;
-  std::size_t rows = 0;
-  auto const compare = [&] { differences = scene.compare(older, newer); };
-  auto const compareAndClose = [&] {
+/// A comparison that is read and closed, again and again.
+struct FaultyComparison {
+  void prepare() {
+    scene.service.close();
+    for (auto const& path : scene.left()) std::filesystem::remove_all(path);
+  }
+
+  void compare() { differences = scene.compare(older, newer); }
+
+  void compareAndClose() {
     compare();
     rows = 3;
     try {
@@ -42,15 +44,9 @@ TEST(DatabaseDiffFaults, LeaveNothingAndTellNothingWrong) {
       rows = 0;
     }
     scene.service.close();
-  };
-  compareAndClose();
-  std::filesystem::path const folder = scene.folder / "tmp";
-  long const calls = FaultInjector::count(folder, compare);
-  auto const prepare = [&] {
-    scene.service.close();
-    for (auto const& path : scene.left()) std::filesystem::remove_all(path);
-  };
-  auto const check = [&](FaultMode mode, long n, FaultOutcome const& outcome) {
+  }
+
+  void expectTruthOf(FaultMode mode, FaultOutcome const& outcome) {
     if (outcome.told == FaultOutcome::Told::success) {
       expectTruth(differences);
       // Where nothing can be written, what was rolled back in part cannot be read either.
@@ -59,20 +55,42 @@ TEST(DatabaseDiffFaults, LeaveNothingAndTellNothingWrong) {
     if (outcome.told == FaultOutcome::Told::failure) {
       EXPECT_EQ(failureOf([&] { scene.rows(); }).detail, "No row comparison is available for this table.");
     }
-    // A folder that is killed or cannot be removed stays.
-    if (mode != FaultMode::kill && n <= calls) {
-      EXPECT_TRUE(scene.left().empty());
-    }
     EXPECT_EQ(older.use_count(), 1);
     EXPECT_EQ(newer.use_count(), 1);
+  }
+
+  void expectThatTheNextOneWorks() {
     std::size_t const left = scene.left().size();
     compare();
     expectTruth(differences);
     EXPECT_EQ(summaryOf(differences), "table:t Compared 1 1 1\ntable:u Compared 0 0 0\n");
     scene.service.close();
     EXPECT_EQ(scene.left().size(), left);
+  }
+
+  ComparisonScene scene;
+  Lease const older = scene.snapshot("before.db", before);
+  Lease const newer = scene.snapshot("after.db", after);
+  std::vector<TableDifference> differences;
+  std::size_t rows = 0;
+};
+
+TEST(DatabaseDiffFaults, LeaveNothingAndTellNothingWrong) {
+  FaultyComparison faulty;
+  faulty.compareAndClose();
+  std::filesystem::path const folder = faulty.scene.folder / "tmp";
+  long const calls = FaultInjector::count(folder, [&] { faulty.compare(); });
+  auto const check = [&](FaultMode mode, long n, FaultOutcome const& outcome) {
+    faulty.expectTruthOf(mode, outcome);
+    // A folder that is killed or cannot be removed stays.
+    if (mode != FaultMode::kill && n <= calls) {
+      EXPECT_TRUE(faulty.scene.left().empty());
+    }
+    faulty.expectThatTheNextOneWorks();
   };
-  EXPECT_GT(forEachFault(folder, prepare, compareAndClose, check), calls);
+  EXPECT_GT(forEachFault(
+                folder, [&] { faulty.prepare(); }, [&] { faulty.compareAndClose(); }, check),
+            calls);
 }
 
 }  // namespace

@@ -5,12 +5,25 @@
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <stop_token>
 #include <string>
+#include <thread>
 
+#include "core/SQLiteConnection.hpp"
+#include "platform/TaskCancellation.hpp"
+#include "platform/Uptime.hpp"
+#include "snapshots/ComparisonPlan.hpp"
 #include "snapshots/ComparisonScene.hpp"
+#include "support/CountedCalls.hpp"
 
 namespace tolva {
 namespace {
+
+using namespace std::chrono_literals;
 
 std::string rowsFrom(int first, int last) {
   return "WITH c(x) AS (SELECT " + std::to_string(first) + " UNION ALL SELECT x + 1 FROM c WHERE x < " +
@@ -83,6 +96,30 @@ TEST(TableComparison, RefusesACollationOfSomebodyElse) {
   }
   auto const differences = scene.compare(scene.lease("before.db"), scene.lease("after.db"));
   EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_EQ(differences[0].explanation, "The primary key requires an unsupported collation.");
+}
+
+TEST(TableComparison, ComparesNoTableWithACollationOfSomebodyElseInAnyColumn) {
+  ComparisonScene scene;
+  for (char const* name : {"before.db", "after.db"}) {
+    sqlite3* handle = nullptr;
+    ASSERT_EQ(sqlite3_open((scene.folder / name).c_str(), &handle), SQLITE_OK);
+    auto const equal = [](void*, int, void const*, int, void const*) { return 0; };
+    sqlite3_create_collation(handle, "custom", SQLITE_UTF8, nullptr, equal);
+    EXPECT_EQ(rowsAsText(handle, "CREATE TABLE t(id INTEGER PRIMARY KEY, a TEXT COLLATE custom)"), "");
+    sqlite3_close(handle);
+  }
+  auto const differences = scene.compare(scene.lease("before.db"), scene.lease("after.db"));
+  EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_TRUE(differences[0].explanation.starts_with("no such collation sequence: custom ["))
+      << differences[0].explanation;
+}
+
+TEST(TableComparison, ComparesNoTableWhoseKeyIsInAnIndexThatItCannotName) {
+  ComparisonScene scene;
+  std::string const sql = "CREATE TABLE \"t\xff\"(k TEXT NOT NULL PRIMARY KEY, a);";
+  auto const differences = scene.compare(sql, sql);
+  EXPECT_EQ(summaryOf(differences), "table:t\uFFFD Not compared 0 0 0\n");
   EXPECT_EQ(differences[0].explanation, "The primary key requires an unsupported collation.");
 }
 
@@ -193,6 +230,18 @@ TEST(TableComparison, TellsATableThatHasTooManyDifferencesForTheStore) {
   EXPECT_EQ(service.rows("table:u", 0, 9, noTask).size(), 1U);
 }
 
+TEST(TableComparison, TakesAStoreOfLessThanAPageForOneOfOne) {
+  ComparisonScene scene;
+  Lease const before = scene.snapshot("before.db", table);
+  Lease const after = scene.snapshot("after.db", table);
+  for (std::int64_t const pages : {1, 0, -1}) {
+    DatabaseDiffService service({.storagePages = pages});
+    EXPECT_EQ(service.compare(before, after, {}, noTask)[0].explanation,
+              "Comparison result storage reached its 64 MiB budget or the disk is full; rows were not compared.")
+        << pages;
+  }
+}
+
 TEST(TableComparison, FailsForEachTableBehindAFullStore) {
   ComparisonScene scene;
   DatabaseDiffService service({.storagePages = 2});
@@ -273,6 +322,124 @@ TEST(TableComparison, EndsTheWholeAtItsDeadline) {
   EXPECT_EQ(summaryOf(scene.compare(before, after)), "table:t Compared 0 0 0\n");
 }
 
+TEST(TableComparison, EndsATableAtTheDeadlineOfTheWhole) {
+  ComparisonScene scene;
+  std::string const two = std::string(table) + "CREATE TABLE u(id INTEGER PRIMARY KEY);";
+  Uptime begun = uptime();
+  auto const dawdle = [&](std::string const&) { std::this_thread::sleep_until(begun + 600ms); };
+  DatabaseDiffService service({.totalSeconds = 0.5});
+  Lease const before = scene.snapshot("before.db", table);
+  Lease const after = scene.snapshot("after.db", table);
+  begun = uptime() + 100ms;
+  auto const differences = service.compare(before, after, dawdle, noTask);
+  EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_EQ(differences[0].explanation, "Table comparison exceeded its time budget; no row counts were retained.");
+  Lease const older = scene.snapshot("older.db", two);
+  Lease const newer = scene.snapshot("newer.db", two);
+  begun = uptime() + 100ms;
+  EXPECT_EQ(failureOf([&] { service.compare(older, newer, dawdle, noTask); }),
+            DatabaseError("Comparison exceeded five minutes. No complete result is available."));
+}
+
+// Within a statement -----------------------------------------------------------------------------------
+
+/// A result store and two sides of a table `t` with one row or more, in which a test can define functions.
+struct Sides {
+  /// Both have the columns of `definition` behind the key, and `rows`.
+  Sides(std::string const& definition, std::string const& rows) {
+    for (std::string const side : {"older", "newer"}) {
+      connection->execute("ATTACH ':memory:' AS " + side);
+      connection->execute("CREATE TABLE " + side + ".t(id INTEGER PRIMARY KEY, n" + definition + ")");
+      connection->execute("INSERT INTO " + side + ".t(n) " + rows);
+    }
+  }
+
+  RowCounts compare(int columns, Uptime deadline, std::stop_token task) const {
+    ComparisonPlan plan{.store = "changes_0",
+                        .table = "t",
+                        .identity = {.columns = {"id"}, .collations = {"BINARY"}, .allColumns = {"id", "n"}}};
+    for (int column = 0; column < columns; ++column) plan.identity.allColumns.push_back("g" + std::to_string(column));
+    return compareTable(*connection, plan, deadline, std::move(task));
+  }
+
+  std::shared_ptr<SQLiteConnection> const connection =
+      SQLiteConnection::open({}, {.readOnly = false, .inMemory = true});
+
+ private:
+  CountedCalls filling_{connection->handle(), [] {}};  // a row that is inserted has its columns computed as well
+};
+
+/// Columns each of which has a function called, with a value of 16 KiB that is made for it.
+std::string callingColumns(int count) {
+  std::string sql;
+  for (int column = 0; column < count; ++column) {
+    std::string const number = std::to_string(column);
+    sql += ", g" + number + " AS (counted(hex(zeroblob(n + " + number + "))))";
+  }
+  return sql;
+}
+
+TEST(TableComparison, EndsTheCallsOfOneRowAtTheDeadline) {
+  Sides const sides(callingColumns(40), "VALUES (8192)");
+  Uptime const deadline = uptime() + 500ms;
+  CountedCalls counted(sides.connection->handle(), [&] { std::this_thread::sleep_until(deadline); });
+  EXPECT_EQ(failureOf([&] { sides.compare(40, deadline, noTask); }),
+            DatabaseError("Table comparison exceeded its time budget; no row counts were retained."));
+  EXPECT_LE(counted.calls(), 3);
+  EXPECT_EQ(sides.compare(40, Uptime::max(), noTask), RowCounts{});
+  EXPECT_GE(counted.calls(), 80);
+}
+
+TEST(TableComparison, EndsTheCallsOfOneRowWithItsTask) {
+  Sides const sides(callingColumns(40), "VALUES (8192)");
+  std::stop_source task;
+  CountedCalls counted(sides.connection->handle(), [&] { task.request_stop(); });
+  EXPECT_THROW(sides.compare(40, Uptime::max(), task.get_token()), TaskCancelled);
+  EXPECT_EQ(counted.calls(), 3);
+}
+
+TEST(TableComparison, HearsItsTaskBetweenTheRowsOfAStatement) {
+  Sides const sides(callingColumns(1),
+                    "WITH c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c LIMIT 20000) SELECT 1 FROM c");
+  std::stop_source task;
+  CountedCalls counted(sides.connection->handle(), [&] { task.request_stop(); });
+  EXPECT_THROW(sides.compare(1, Uptime::max(), task.get_token()), TaskCancelled);
+  EXPECT_LT(counted.calls(), 10'000);
+}
+
+TEST(TableComparison, TellsARowThatTakesTooLong) {
+  ComparisonScene scene;
+  std::string sql = "CREATE TABLE t(id INTEGER PRIMARY KEY, n";
+  for (int column = 0; column < 100; ++column) {
+    sql += ", g" + std::to_string(column) + " AS (instr(hex(zeroblob(n)), hex(zeroblob(n / 2)) || '1'))";
+  }
+  sql += "); INSERT INTO t(n) VALUES (40000)";
+  DatabaseDiffService service({.tableSeconds = 0.05});
+  Lease const before = scene.snapshot("before.db", sql);
+  Lease const after = scene.snapshot("after.db", sql);
+  auto const differences = service.compare(before, after, {}, noTask);
+  EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_EQ(differences[0].explanation, "Table comparison exceeded its time budget; no row counts were retained.");
+}
+
+/// Interrupts a statement that drops a table, as it begins.
+int interruptDrop(unsigned, void* handle, void*, void* sql) {
+  if (std::strncmp(static_cast<char const*>(sql), "DROP", 4) == 0) sqlite3_interrupt(static_cast<sqlite3*>(handle));
+  return 0;
+}
+
+TEST(TableComparison, TellsACancellationOfItsTidyingAsOne) {
+  Sides const sides("", "VALUES (1)");
+  sides.connection->execute("PRAGMA main.max_page_count=1");
+  auto const compare = [&] { sides.compare(0, Uptime::max(), noTask); };
+  EXPECT_EQ(failureOf(compare).detail,
+            "Comparison result storage reached its 64 MiB budget or the disk is full; rows were not compared.");
+  sqlite3* const handle = sides.connection->handle();
+  sqlite3_trace_v2(handle, SQLITE_TRACE_STMT, interruptDrop, handle);
+  EXPECT_TRUE(failureOf(compare).isCancellation());
+  sqlite3_trace_v2(handle, 0, nullptr, nullptr);
+}
+
 TEST(TableComparison, TellsAnErrorInAtMost600Characters) {
   ComparisonScene scene;
   // The failing statement is in the message, and with it the column's name: 1,000 letters with an accent each.
@@ -315,6 +482,44 @@ TEST(TableComparison, NoticesAnIndexThatMissesRows) {
     EXPECT_EQ(differences[0].explanation, damage);
   }
   EXPECT_EQ(summaryOf(scene.compare(sql, sql)), "table:t Compared 0 0 0\n");
+}
+
+/// Has the index `i` of `t` hold the rows of another table, which goes.
+std::string indexedAs(std::string const& rows) {
+  return "CREATE TABLE u(id INTEGER PRIMARY KEY, a, b); CREATE INDEX j ON u(a); INSERT INTO u VALUES " + rows +
+         "; PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage ="
+         "(SELECT rootpage FROM sqlite_schema WHERE name = 'j') WHERE name = 'i';"
+         "DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
+}
+
+TEST(TableComparison, NoticesThatAnIndexBesideTheKeyMissesRows) {
+  ComparisonScene scene;
+  std::string const sql = "CREATE TABLE t(id INTEGER PRIMARY KEY, a, b); CREATE INDEX i ON t(a); INSERT INTO t VALUES ";
+  std::string const three = sql + "(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x');";
+  std::string const five = sql + "(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x'), (4, 4, 'x'), (5, 5, 'x');";
+  std::string const damaged = five + indexedAs("(1, 1, 'x'), (2, 2, 'x'), (3, 3, 'x')");
+  for (auto const& [before, after] : {std::pair(three, damaged), {damaged, three}}) {
+    auto const differences = scene.compare(before, after);
+    ASSERT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+    EXPECT_EQ(differences[0].explanation, damage);
+  }
+  EXPECT_EQ(summaryOf(scene.compare(three, five)), "table:t Compared 2 0 0\n");
+  EXPECT_EQ(summaryOf(scene.compare(five, three)), "table:t Compared 0 0 2\n");
+}
+
+TEST(TableComparison, NoticesRowsThatATreeHoldsInAnotherOrder) {
+  ComparisonScene scene;
+  std::string const sql =
+      "CREATE TABLE t(k PRIMARY KEY, a) WITHOUT ROWID; CREATE INDEX i ON t(a);"
+      "INSERT INTO t VALUES (1, 1), (2, 2), (3, 3);";
+  std::string const damaged =
+      "CREATE TABLE u(k, a, PRIMARY KEY(k DESC)) WITHOUT ROWID; INSERT INTO u SELECT * FROM t;"
+      "PRAGMA writable_schema=ON; UPDATE sqlite_schema SET rootpage ="
+      "(SELECT rootpage FROM sqlite_schema WHERE name = 'u') WHERE name = 't';"
+      "DELETE FROM sqlite_schema WHERE tbl_name = 'u'";
+  auto const differences = scene.compare(sql, sql + damaged);
+  ASSERT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
+  EXPECT_EQ(differences[0].explanation, damage);
 }
 
 TEST(TableComparison, NoticesANullInAKey) {

@@ -50,6 +50,9 @@ TEST(ValuePreview, EscapesWhatWouldBreakOrReorderALine) {
       {"char(27, 127, 133)", R"(TEXT "\u{1b}\u{7f}\u{85}")"},
       {"char(0x2028, 0x2029)", R"(TEXT "\u{2028}\u{2029}")"},
       {"char(0x202e, 0x2066, 0x200f, 0x61c, 0xfeff)", R"(TEXT "\u{202e}\u{2066}\u{200f}\u{61c}\u{feff}")"},
+      {"char(0x200b, 0x200c, 0x200d, 0x180e)", R"(TEXT "\u{200b}\u{200c}\u{200d}\u{180e}")"},
+      {"char(0x2060, 0x2064, 0xe0001, 0xe007f)", R"(TEXT "\u{2060}\u{2064}\u{e0001}\u{e007f}")"},
+      {"char(0x200a, 0x2010, 0x205f, 0x206a, 0xe0100)", "TEXT \"\u200a\u2010\u205f\u206a\U000e0100\""},
       {"char(0xe4, 0x4e2d, 0x1f600, 0xa0)", "TEXT \"\u00e4\u4e2d\U0001F600\u00a0\""},
   };
   for (PreviewCase const& each : cases) EXPECT_EQ(previewOf(each.expression), each.preview) << each.expression;
