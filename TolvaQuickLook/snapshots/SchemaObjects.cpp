@@ -50,7 +50,8 @@ std::pair<SchemaKey, SchemaObject> readObject(SQLiteStatement const& row, bool i
                       .sql = requiredText(row, sqlColumn),
                       .table = reinterpret_cast<char const*>(sqlite3_column_text(row.handle(), nameColumn)),
                       .definition = std::move(definition)};
-  return {{.text = object.kind + ":" + object.name, .bytes = std::move(bytes)}, std::move(object)};
+  SchemaKey key{.text = object.kind + ":" + object.name, .bytes = std::move(bytes)};
+  return {std::move(key), std::move(object)};
 }
 
 }  // namespace

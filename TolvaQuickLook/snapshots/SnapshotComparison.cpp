@@ -281,6 +281,7 @@ std::vector<DifferenceCell> SnapshotComparison::cells(std::string const& tableID
   CellsRow const found{row, plan.identity};
   if (!isThere || !found.hasKeyOf(stored)) throw DatabaseError("This comparison row is no longer available.");
   std::vector<DifferenceCell> cells;
+  cells.reserve(static_cast<std::size_t>(found.count));
   for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
   return cells;
 }

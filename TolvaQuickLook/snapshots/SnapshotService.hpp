@@ -90,7 +90,7 @@ class TOLVA_EXPORT SnapshotService {
   /// Gives a snapshot another label, by the rules of `create`; an empty one takes it away. Returns the new record.
   Snapshot rename(Snapshot const& snapshot, std::string_view label);
 
-  /// Removes a snapshot that nobody reads and that is no baseline.
+  /// Removes a snapshot that nobody reads and that is no baseline. One that fails may have removed it.
   void deleteSnapshot(Snapshot const& snapshot);
 
   // Reading ------------------------------------------------------------------------------------

@@ -59,11 +59,21 @@ void removeDatabase(std::filesystem::path const& aside) {
     bool const file = !std::filesystem::is_directory(entry.symlink_status());
     if (!file || (name != databaseName && name != SnapshotStore::recordName)) std::filesystem::remove_all(entry.path());
   }
-  std::filesystem::remove(aside / databaseName);
+  std::filesystem::path const record = aside / SnapshotStore::recordName;
+  std::filesystem::path const renamed = aside / hiddenName();
+  std::filesystem::rename(record, renamed);  // refused where the record could not be removed later
+  try {
+    std::filesystem::remove(aside / databaseName);
+  } catch (...) {
+    std::filesystem::rename(renamed, record);
+    throw;
+  }
 }
 
-/// Where this fails as well the folder is a staging folder, which the next capture or listing clears away.
+/// Without its record, or where this fails as well, the folder stays a staging folder, which the next capture or listing
+/// clears away.
 void moveBack(std::filesystem::path const& aside, std::filesystem::path const& folder) noexcept try {
+  if (!std::filesystem::exists(aside / SnapshotStore::recordName)) return;
   std::filesystem::rename(aside, folder);
   flushFolder(folder.parent_path());
 } catch (std::exception const&) {
@@ -82,8 +92,11 @@ void cleanStaging(SnapshotStore const& store, std::filesystem::path const& folde
   // The disk may still have one of them under the name of a snapshot, which would be torn if the power failed now.
   flushFolder(folder);
   for (std::filesystem::path const& entry : left) {
-    makeRemovable(entry);
-    std::filesystem::remove_all(entry);
+    // Whoever is at work on it, although the lock is held here, finds it gone and publishes nothing that is half removed.
+    std::filesystem::path const aside = store.checked(folder / hiddenName());
+    std::filesystem::rename(entry, aside);
+    makeRemovable(aside);
+    std::filesystem::remove_all(aside);
   }
 }
 

@@ -21,7 +21,7 @@ void cleanStaging(SnapshotStore const& store, std::filesystem::path const& folde
 
 /// Deletes the snapshot in `folder`, which nobody reads, under the name of a staging folder: a crash leaves what the
 /// next capture or listing clears away, and never a torn snapshot, which would block the whole history. Where it fails
-/// while the snapshot is whole, it has its name again.
+/// while the snapshot is whole, it has its name again, but nothing beside its database and its record.
 void deleteSnapshotFolder(SnapshotStore const& store, std::filesystem::path const& folder);
 
 /// The hidden folder in which one snapshot is made, for a scope. Deleted when it goes, unless it was published.

@@ -2,6 +2,7 @@
 #include "snapshots/SnapshotStore.hpp"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <string>
@@ -31,6 +32,11 @@ bool passesLink(std::string const& path) {
     if (isLink(path.substr(0, end))) return true;
   }
   return isLink(path);
+}
+
+bool isOwn(std::filesystem::path const& folder) {
+  struct stat status {};
+  return ::stat(folder.c_str(), &status) == 0 && status.st_uid == ::geteuid();
 }
 
 bool isLowerHexDigit(char digit) { return (digit >= '0' && digit <= '9') || (digit >= 'a' && digit <= 'f'); }
@@ -67,7 +73,12 @@ StoreLock SnapshotStore::lockCatalog() const {
 
 void SnapshotStore::flush() const {
   flushFolder(root_);
-  flushFolder(root_.parent_path());
+  std::filesystem::path folder = root_;
+  do {
+    std::filesystem::path const parent = folder.parent_path();
+    flushFolder(parent);
+    folder = parent;
+  } while (folder.has_relative_path() && isOwn(folder));
 }
 
 }  // namespace tolva

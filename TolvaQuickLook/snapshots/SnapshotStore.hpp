@@ -48,8 +48,9 @@ class SnapshotStore {
   /// Makes the root, if need be, and takes the lock under which every operation on the store runs.
   StoreLock lockCatalog() const;
 
-  /// Puts the root and the folders of the sources on the disk. Whoever publishes something in one that was there
-  /// already does so: its maker may have been killed before it came to that.
+  /// Puts the folders of the sources and the root on the disk, and whatever lies above them that this user may have
+  /// made. Whoever publishes something in one that was there already does so: its maker may have been killed before it
+  /// came to that.
   void flush() const;
 
  private:

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
 
 #include "core/DatabaseError.hpp"
@@ -53,7 +54,8 @@ void takeLock(int descriptor, LockKind kind) {
 
 /// The lock of a file that has lost its name excludes nobody who comes later.
 void requireNamed(int descriptor, std::filesystem::path const& path, LockKind kind) {
-  if (fileNode(descriptor) != fileNode(AT_FDCWD, path)) refuse(kind);
+  std::optional<FileNode> const node = fileNode(descriptor);
+  if (!node || node != fileNode(AT_FDCWD, path)) refuse(kind);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ enum class LockKind { shared, exclusive };
 class StoreLock {
  public:
   /// Makes the file, mode 0600, if it is not there. Throws `DatabaseError` where it cannot be opened, is anything but a
-  /// regular file, is locked by somebody else, or loses its name before it is locked.
+  /// regular file, is locked by somebody else, or loses its name before it is locked. Later it is not noticed.
   StoreLock(std::filesystem::path const& path, LockKind kind);
   ~StoreLock();
   StoreLock(StoreLock const&) = delete;

@@ -12,6 +12,8 @@
 namespace tolva {
 namespace {
 
+constexpr char const* store = "Tolva/Snapshots";  // on the disk
+
 /// A source beside the folder that holds the store, which loses the power.
 struct Scene {
   explicit Scene(std::string const& mode)
@@ -35,7 +37,7 @@ struct Scene {
     for (PowerLoss const& loss : losses) {
       SCOPED_TRACE(loss.says);
       loss.restore(replayed);
-      SnapshotService after(replayed / "store");
+      SnapshotService after(replayed / store);
       std::vector<Snapshot> const found = history(after);
       for (Snapshot const& snapshot : found) {
         EXPECT_EQ(rowsAsText(after.open(snapshot)->databaseURL, "SELECT a FROM t; PRAGMA integrity_check"), "7\nok");
@@ -48,14 +50,14 @@ struct Scene {
 
   /// What a process leaves that is killed before it has put the folders that it made on the disk.
   void makeFolders() const {
-    std::filesystem::create_directories(disk / "store" / snapshotSource(database.path()).databaseID);
+    std::filesystem::create_directories(disk / store / snapshotSource(database.path()).databaseID);
   }
 
   TemporaryFolder folder;
   TemporaryDatabase const database;
   std::filesystem::path const disk = folder / "disk";
   std::filesystem::path const replayed = folder / "replayed";
-  SnapshotService service{disk / "store"};
+  SnapshotService service{disk / store};
 };
 
 class SnapshotPowerLoss : public testing::TestWithParam<std::string> {};

@@ -93,7 +93,7 @@ TEST(SnapshotServiceFaults, ASnapshotIsDeletedWholeOrNotAtAll) {
         if (stays) scene.service.deleteSnapshot(scene.newer);
         EXPECT_EQ(scene.labels(), "older");
       });
-  EXPECT_EQ(fates, "ssssssgg") << "it is listed until its database is removed";
+  EXPECT_EQ(fates, "sssssssgg") << "it is listed until its database is removed";
 }
 
 TEST(SnapshotServiceFaults, ALeaseIsTakenOrNothingIsHeld) {

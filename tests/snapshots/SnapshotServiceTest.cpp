@@ -23,6 +23,7 @@
 #include "support/Descriptors.hpp"
 #include "support/Environment.hpp"
 #include "support/Failure.hpp"
+#include "support/FaultInjector.hpp"
 #include "support/SystemFailure.hpp"
 #include "support/Unprivileged.hpp"
 
@@ -357,6 +358,36 @@ TEST(SnapshotService, DeletesFoldersThatMayNotBeWritten) {
             }),
             "(nothing failed), kept");
   EXPECT_EQ(scene.hidden(), std::vector<std::string>());
+}
+
+/// One call of a deletion after the other is refused, those that remove the database and try the record included.
+TEST(SnapshotService, GoesOnAfterADeletionThatFails) {
+  StoreScene scene;
+  scene.plant("kept", 1);
+  long failures = 0;
+  long listed = 0;
+  for (long n = 1;; ++n) {
+    SCOPED_TRACE(n);
+    Snapshot const goes = scene.plant("goes", 2);
+    bool const struck = FaultInjector::failing(scene.store.root(), n, EPERM, /*persistent=*/false, [&] {
+      try {
+        scene.service.deleteSnapshot(goes);
+      } catch (std::exception const&) {
+        ++failures;
+      }
+    });
+    EXPECT_EQ(scene.service.create(scene.database.path(), "new", {}, {}, noTask).label, "new");
+    scene.service.deleteSnapshot(scene.history().front());
+    if (scene.labels() == "goes kept") {
+      ++listed;
+      EXPECT_EQ(rowsAsText(scene.service.open(goes)->databaseURL, "SELECT a FROM t"), "1");
+      scene.service.deleteSnapshot(goes);
+    }
+    ASSERT_EQ(scene.labels(), "kept");
+    if (!struck) break;
+  }
+  EXPECT_GE(listed, 5);
+  EXPECT_GT(failures, listed);
 }
 
 /// What belongs to another user and is not empty stays, whatever the owner of the store may do.
