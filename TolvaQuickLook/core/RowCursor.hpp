@@ -44,8 +44,8 @@ class RowCursor {
   /// whole blobs included.
   void restart(SQLiteStatement const& source);
 
-  /// Begins again with `parameters`, in another transaction perhaps: where the schema has changed meanwhile, the columns
-  /// are looked for anew.
+  /// Begins again with `parameters`, in another transaction perhaps: where the schema has changed meanwhile, the
+  /// columns are looked for anew.
   void restart(std::span<SQLiteValue const> parameters);
 
  private:

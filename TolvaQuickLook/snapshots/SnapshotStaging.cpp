@@ -70,8 +70,8 @@ void removeDatabase(std::filesystem::path const& aside) {
   }
 }
 
-/// Without its record, or where this fails as well, the folder stays a staging folder, which the next capture or listing
-/// clears away.
+/// Without its record, or where this fails as well, the folder stays a staging folder, which the next capture or
+/// listing clears away.
 void moveBack(std::filesystem::path const& aside, std::filesystem::path const& folder) noexcept try {
   if (!std::filesystem::exists(aside / SnapshotStore::recordName)) return;
   std::filesystem::rename(aside, folder);
@@ -92,7 +92,7 @@ void cleanStaging(SnapshotStore const& store, std::filesystem::path const& folde
   // The disk may still have one of them under the name of a snapshot, which would be torn if the power failed now.
   flushFolder(folder);
   for (std::filesystem::path const& entry : left) {
-    // Whoever is at work on it, although the lock is held here, finds it gone and publishes nothing that is half removed.
+    // Whoever is at work on it, although the lock is held here, finds it gone and publishes nothing half removed.
     std::filesystem::path const aside = store.checked(folder / hiddenName());
     std::filesystem::rename(entry, aside);
     makeRemovable(aside);
