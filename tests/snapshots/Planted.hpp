@@ -18,7 +18,7 @@ inline std::string endOf(std::function<void()> const& operation) {
   try {
     operation();
   } catch (std::filesystem::filesystem_error const&) {
-    return systemFailureOf(operation);
+    return systemFailureOf([] { throw; });
   } catch (std::exception const& error) {
     return error.what();
   }

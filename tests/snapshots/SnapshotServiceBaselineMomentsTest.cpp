@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "snapshots/BaselineScene.hpp"
+#include "snapshots/LockFailure.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
 #include "support/SystemFailure.hpp"
@@ -125,8 +126,7 @@ TEST(SnapshotServiceBaseline, IsNotSetToASnapshotThatIsDeletedMeanwhile) {
     EXPECT_EQ(scene.baseline().id, scene.seen) << "call " << n;
     EXPECT_EQ(scene.labels(), "What Changed baseline") << "call " << n;
   }
-  EXPECT_EQ(ends,
-            (std::set<std::string>{"ENOENT metadata.json", "Cannot lock snapshot storage: No such file or directory"}));
+  EXPECT_EQ(ends, (std::set<std::string>{"ENOENT metadata.json", lockFailure(ENOENT)}));
 }
 
 // A source that is replaced ------------------------------------------------------------------------

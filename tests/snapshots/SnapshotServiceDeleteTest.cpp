@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "snapshots/LockFailure.hpp"
 #include "snapshots/LockHolder.hpp"
 #include "snapshots/Planted.hpp"
 #include "snapshots/StoreScene.hpp"
@@ -69,16 +70,13 @@ TEST(SnapshotServiceDeletion, TellsWhatStandsAgainstADeletion) {
   EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }), unsafe);
   std::filesystem::remove(lease);
   ASSERT_TRUE(plantPipe(lease));
-  EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }),
-            DatabaseError("Cannot lock snapshot storage: Invalid argument"));
+  EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }), DatabaseError(lockFailure(EINVAL)));
   std::filesystem::remove(lease);
   std::filesystem::create_directory(lease);
-  EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }),
-            DatabaseError("Cannot lock snapshot storage: Is a directory"));
+  EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }), DatabaseError(lockFailure(EISDIR)));
   std::filesystem::remove(lease);
   if (plantDevice(lease)) {
-    EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }),
-              DatabaseError("Cannot lock snapshot storage: Invalid argument"));
+    EXPECT_EQ(failureOf([&] { scene.service.deleteSnapshot(snapshot); }), DatabaseError(lockFailure(EINVAL)));
   }
   std::filesystem::remove(lease);
   EXPECT_EQ(scene.labels(), "whole");

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "snapshots/LockFailure.hpp"
 #include "snapshots/LockHolder.hpp"
 #include "support/Failure.hpp"
 #include "support/FaultInjector.hpp"
@@ -181,9 +182,9 @@ TEST(SnapshotStore, RefusesWhatIsPlantedAsItsLock) {
   } const cases[] = {
       {"a link", [](auto const& path) { std::filesystem::create_symlink("elsewhere", path); }, unsafe},
       {"a pipe", [](auto const& path) { ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0); },
-       DatabaseError("Cannot lock snapshot storage: Invalid argument")},
+       DatabaseError(lockFailure(EINVAL))},
       {"a folder", [](auto const& path) { std::filesystem::create_directory(path); },
-       DatabaseError("Cannot lock snapshot storage: Is a directory")},
+       DatabaseError(lockFailure(EISDIR))},
   };
   for (auto const& now : cases) {
     SCOPED_TRACE(now.says);

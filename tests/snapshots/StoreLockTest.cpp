@@ -21,6 +21,7 @@
 
 #include "core/SQLiteConnection.hpp"
 #include "platform/Descriptor.hpp"
+#include "snapshots/LockFailure.hpp"
 #include "snapshots/LockHolder.hpp"
 #include "support/Descriptors.hpp"
 #include "support/Failure.hpp"
@@ -189,14 +190,11 @@ TEST(StoreLock, RefusesWhatIsNoFileWithoutWaiting) {
   ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   struct {
     std::filesystem::path name;
-    char const* message;
+    std::string message;
   } const cases[] = {
-      {folder / "folder", "Cannot lock snapshot storage: Is a directory"},
-      {folder / "pipe", "Cannot lock snapshot storage: Invalid argument"},
-      {folder / "socket", "Cannot lock snapshot storage: Invalid argument"},
-      {folder / "link", "Cannot lock snapshot storage: Too many levels of symbolic links"},
-      {"/dev/null", "Cannot lock snapshot storage: Invalid argument"},
-      {folder / "absent" / "lock", "Cannot lock snapshot storage: No such file or directory"},
+      {folder / "folder", lockFailure(EISDIR)}, {folder / "pipe", lockFailure(EINVAL)},
+      {folder / "socket", lockFailure(EINVAL)}, {folder / "link", lockFailure(ELOOP)},
+      {"/dev/null", lockFailure(EINVAL)},       {folder / "absent" / "lock", lockFailure(ENOENT)},
   };
   long const open = openDescriptors();
   for (auto const& now : cases) {
@@ -214,7 +212,7 @@ TEST(StoreLock, TellsWhyAFileCannotBeOpened) {
   { StoreLock const lock(folder / "lock", LockKind::exclusive); }
   std::filesystem::permissions(folder / "lock", std::filesystem::perms::none);
   EXPECT_EQ(asUnprivileged([&] { return failureOf([&] { StoreLock(folder / "lock", LockKind::shared); }).detail; }),
-            "Cannot lock snapshot storage: Permission denied");
+            lockFailure(EACCES));
 }
 
 TEST(StoreLock, LeavesSQLiteItsLocksWhereAnotherNameOfADatabaseIsPlanted) {
