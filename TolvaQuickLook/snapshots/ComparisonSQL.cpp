@@ -89,8 +89,10 @@ std::string ComparisonSQL::countRows(std::string const& database, std::string co
   return "SELECT count(*) FROM " + database + "." + quoteIdentifier(table) + " NOT INDEXED";
 }
 
+/// Without a condition SQLite counts whatever tree is the smallest, whichever is named.
 std::string ComparisonSQL::countIndex(std::string const& database, std::string const& table, std::string const& index) {
-  return "SELECT count(*) FROM " + database + "." + quoteIdentifier(table) + " INDEXED BY " + quoteIdentifier(index);
+  return "SELECT count(*) FROM " + database + "." + quoteIdentifier(table) + " INDEXED BY " + quoteIdentifier(index) +
+         " WHERE 1";
 }
 
 std::string ComparisonSQL::page(ComparisonPlan const& plan) {

@@ -99,6 +99,16 @@ class Reading {
   Reading(SQLiteConnection const& connection, double seconds, std::stop_token const& task)
       : task_(task), deadline_(deadlineIn(seconds)), time_(connection.handle(), deadline_, task) {}
 
+  /// The result of `read`. Whatever it was that ended it in time, the task is told first and then the deadline.
+  template <class Read>
+  auto run(Read const& read) const try {
+    check();
+    return read();
+  } catch (DatabaseError const& error) {
+    if (error.isCancellation()) check();
+    throw;
+  }
+
   static SQLiteStatement prepare(SQLiteConnection& connection, std::string const& sql,
                                  std::initializer_list<SQLiteValue> values) {
     MemoryBudget const preparing(MemoryBudget::ordinary);
@@ -107,12 +117,7 @@ class Reading {
 
   bool step(SQLiteStatement& row) const {
     check();
-    try {
-      return row.step();
-    } catch (DatabaseError const& error) {
-      if (error.isCancellation()) check();
-      throw;
-    }
+    return row.step();
   }
 
  private:
@@ -257,33 +262,37 @@ std::vector<DifferenceRow> SnapshotComparison::rows(std::string const& tableID, 
                                                     std::stop_token const& task) const {
   ComparisonPlan const& plan = plans_.at(tableID);
   Reading const reading(store_->connection(), limits_.readingSeconds, task);
-  std::int64_t const most = std::clamp<std::int64_t>(limit, 1, 100);
-  SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {after, most});
-  std::vector<DifferenceRow> rows;
-  while (reading.step(row)) {
-    SQLiteValue const id = row.value(0, /*full=*/false);
-    if (!id.asInteger()) continue;
-    std::string const kind = kindOf(row, 1);
-    int const first = kind == "Inserted" ? 2 + static_cast<int>(plan.identity.columns.size()) : 2;
-    rows.push_back({.id = *id.asInteger(), .kind = kind, .identity = identityText(row, plan.identity, first)});
-  }
-  return rows;
+  return reading.run([&] {
+    std::int64_t const most = std::clamp<std::int64_t>(limit, 1, 100);
+    SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {after, most});
+    std::vector<DifferenceRow> rows;
+    while (reading.step(row)) {
+      SQLiteValue const id = row.value(0, /*full=*/false);
+      if (!id.asInteger()) continue;
+      std::string const kind = kindOf(row, 1);
+      int const first = kind == "Inserted" ? 2 + static_cast<int>(plan.identity.columns.size()) : 2;
+      rows.push_back({.id = *id.asInteger(), .kind = kind, .identity = identityText(row, plan.identity, first)});
+    }
+    return rows;
+  });
 }
 
 std::vector<DifferenceCell> SnapshotComparison::cells(std::string const& tableID, std::int64_t rowID,
                                                       std::stop_token const& task) const {
   ComparisonPlan const& plan = plans_.at(tableID);
   Reading const reading(store_->connection(), limits_.readingSeconds, task);
-  SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::cells(plan), {rowID});
-  std::int64_t const before = std::max<std::int64_t>(rowID, 1) - 1;  // ids begin with 1
-  SQLiteStatement stored = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {before, 1});
-  bool const isThere = reading.step(row) && reading.step(stored);
-  CellsRow const found{row, plan.identity};
-  if (!isThere || !found.hasKeyOf(stored)) throw DatabaseError("This comparison row is no longer available.");
-  std::vector<DifferenceCell> cells;
-  cells.reserve(static_cast<std::size_t>(found.count));
-  for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
-  return cells;
+  return reading.run([&] {
+    SQLiteStatement row = Reading::prepare(store_->connection(), ComparisonSQL::cells(plan), {rowID});
+    std::int64_t const before = std::max<std::int64_t>(rowID, 1) - 1;  // ids begin with 1
+    SQLiteStatement stored = Reading::prepare(store_->connection(), ComparisonSQL::page(plan), {before, 1});
+    bool const isThere = reading.step(row) && reading.step(stored);
+    CellsRow const found{row, plan.identity};
+    if (!isThere || !found.hasKeyOf(stored)) throw DatabaseError("This comparison row is no longer available.");
+    std::vector<DifferenceCell> cells;
+    cells.reserve(static_cast<std::size_t>(found.count));
+    for (int column = 0; column < found.count; ++column) cells.push_back(found.cell(column));
+    return cells;
+  });
 }
 
 }  // namespace tolva
