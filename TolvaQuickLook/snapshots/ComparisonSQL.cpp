@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "snapshots/ComparisonSQL.hpp"
 
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <vector>
 
@@ -46,11 +48,10 @@ Names differences(ComparisonIdentity const& identity) {
   Names const newer = qualified("b", identity.allColumns);
   Names terms;
   for (std::size_t column = 0; column < older.size(); ++column) {
-    std::string const& x = older[column];
-    std::string const& y = newer[column];
-    terms.push_back("(typeof(" + x + ") != typeof(" + y + ") OR CASE WHEN typeof(" + x +
-                    ") IN ('text','blob') THEN CAST(" + x + " AS BLOB) IS NOT CAST(" + y + " AS BLOB) ELSE " + x +
-                    " IS NOT " + y + " END)");
+    terms.push_back(
+        fmt::format("(typeof({0}) != typeof({1}) OR CASE WHEN typeof({0}) IN ('text','blob') THEN "
+                    "CAST({0} AS BLOB) IS NOT CAST({1} AS BLOB) ELSE {0} IS NOT {1} END)",
+                    older[column], newer[column]));
   }
   return terms;
 }

@@ -40,7 +40,7 @@ bool isStaging(std::filesystem::directory_entry const& entry) {
 void openToOwner(std::filesystem::path const& folder) {
   struct stat status {};
   if (::lstat(folder.c_str(), &status) != 0 || !S_ISDIR(status.st_mode) || (status.st_mode & 0700) == 0700) return;
-  ::fchmodat(AT_FDCWD, folder.c_str(), 0700, AT_SYMLINK_NOFOLLOW);
+  [[maybe_unused]] int const ignored = ::fchmodat(AT_FDCWD, folder.c_str(), 0700, AT_SYMLINK_NOFOLLOW);
 }
 
 /// Gives the owner all rights to a folder and those in it, each before it is gone into: a folder that may not be
