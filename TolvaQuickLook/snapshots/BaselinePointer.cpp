@@ -39,7 +39,7 @@ void BaselinePointer::require(std::optional<UUID> const& expected) const {
     throw DatabaseError("The baseline changed in another window. Refresh What Changed before continuing.");
 }
 
-/// With the folder in which the file stands.
+/// The folder of the source may have been made by a process that was killed before it had put it on the disk.
 void BaselinePointer::set(UUID const& id) const {
   store_.flush();
   writeStoreFile(file(), encodeJSON(PointerRecord{.snapshotID = id}), pointerBytes);

@@ -25,7 +25,8 @@ namespace tolva {
 class SnapshotComparison;
 
 /// Told the name of a table just before its rows are compared. It is called by the operation, in its turn, so it may
-/// not call the service. What it throws ends the comparison as a failure does. May be empty.
+/// call no serial service at all, this one or another: `Turn` ends the program otherwise. What it throws ends the
+/// comparison as a failure does. May be empty.
 using ComparisonProgress = std::function<void(std::string const& name)>;
 
 /// Compares two snapshots of one database row by row, and shows the rows that differ.

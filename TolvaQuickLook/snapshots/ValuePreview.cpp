@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 #include <sqlite3.h>
+#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <array>
@@ -44,23 +45,8 @@ bool isEscaped(char32_t character) {
       escapedRanges, [&](CharacterRange const& range) { return range.first <= character && character <= range.last; });
 }
 
-/// Bytes of the character that begins with `lead`, in valid UTF-8.
-std::size_t lengthOf(unsigned char lead) {
-  if (lead < 0x80) return 1;
-  if (lead < 0xE0) return 2;
-  return lead < 0xF0 ? 3 : 4;
-}
-
-char32_t decoded(std::string_view character) {
-  auto const lead = static_cast<unsigned char>(character.front());
-  if (lead < 0x80) return lead;
-  char32_t value = lead & (0x7FU >> character.size());
-  for (char const next : character.substr(1)) value = (value << 6) | (static_cast<unsigned char>(next) & 0x3FU);
-  return value;
-}
-
-std::string escaped(std::string_view character) {
-  char32_t const value = decoded(character);
+/// A character whose code point is `value`.
+std::string escaped(std::string_view character, char32_t value) {
   switch (value) {
     case '"':
     case '\\':
@@ -77,12 +63,14 @@ std::string escaped(std::string_view character) {
   }
 }
 
+/// Of valid UTF-8.
 std::string quotedText(std::string_view text) {
   std::string result = "\"";
-  while (!text.empty()) {
-    std::size_t const length = lengthOf(static_cast<unsigned char>(text.front()));
-    result += escaped(text.substr(0, length));
-    text.remove_prefix(length);
+  for (std::size_t end = 0; end < text.size();) {
+    std::size_t const begin = end;
+    UChar32 value = 0;
+    U8_NEXT_UNSAFE(text.data(), end, value);
+    result += escaped(text.substr(begin, end - begin), static_cast<char32_t>(value));
   }
   return result += '"';
 }

@@ -84,32 +84,31 @@ TEST(TableComparison, RefusesWideKeysAndTables) {
   EXPECT_EQ(scene.compareWith(table(20, 17), "", "")[0].explanation, "Comparison keys are limited to 16 columns.");
 }
 
-TEST(TableComparison, RefusesACollationOfSomebodyElse) {
-  ComparisonScene scene;
+/// The comparison of two databases of `sql`, in which the collation "custom" is somebody else's.
+std::vector<TableDifference> comparedWithCustomCollation(ComparisonScene& scene, std::string const& sql) {
   for (char const* name : {"before.db", "after.db"}) {
     sqlite3* handle = nullptr;
-    ASSERT_EQ(sqlite3_open((scene.folder / name).c_str(), &handle), SQLITE_OK);
+    EXPECT_EQ(sqlite3_open((scene.folder / name).c_str(), &handle), SQLITE_OK);
     auto const equal = [](void*, int, void const*, int, void const*) { return 0; };
     sqlite3_create_collation(handle, "custom", SQLITE_UTF8, nullptr, equal);
-    EXPECT_EQ(rowsAsText(handle, "CREATE TABLE t(k TEXT COLLATE custom PRIMARY KEY NOT NULL)"), "");
+    EXPECT_EQ(rowsAsText(handle, sql), "");
     sqlite3_close(handle);
   }
-  auto const differences = scene.compare(scene.lease("before.db"), scene.lease("after.db"));
+  return scene.compare(scene.lease("before.db"), scene.lease("after.db"));
+}
+
+TEST(TableComparison, RefusesACollationOfSomebodyElse) {
+  ComparisonScene scene;
+  auto const differences =
+      comparedWithCustomCollation(scene, "CREATE TABLE t(k TEXT COLLATE custom PRIMARY KEY NOT NULL)");
   EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
   EXPECT_EQ(differences[0].explanation, "The primary key requires an unsupported collation.");
 }
 
 TEST(TableComparison, ComparesNoTableWithACollationOfSomebodyElseInAnyColumn) {
   ComparisonScene scene;
-  for (char const* name : {"before.db", "after.db"}) {
-    sqlite3* handle = nullptr;
-    ASSERT_EQ(sqlite3_open((scene.folder / name).c_str(), &handle), SQLITE_OK);
-    auto const equal = [](void*, int, void const*, int, void const*) { return 0; };
-    sqlite3_create_collation(handle, "custom", SQLITE_UTF8, nullptr, equal);
-    EXPECT_EQ(rowsAsText(handle, "CREATE TABLE t(id INTEGER PRIMARY KEY, a TEXT COLLATE custom)"), "");
-    sqlite3_close(handle);
-  }
-  auto const differences = scene.compare(scene.lease("before.db"), scene.lease("after.db"));
+  auto const differences =
+      comparedWithCustomCollation(scene, "CREATE TABLE t(id INTEGER PRIMARY KEY, a TEXT COLLATE custom)");
   EXPECT_EQ(summaryOf(differences), "table:t Not compared 0 0 0\n");
   EXPECT_TRUE(differences[0].explanation.starts_with("no such collation sequence: custom ["))
       << differences[0].explanation;
